@@ -1,0 +1,76 @@
+/*
+ * SPDX-FileCopyrightText: 2026 the DORVY driver developers
+ * SPDX-License-Identifier: MIT
+ *
+ * What the three operations share: the query cycle on libpq's connection structure and the
+ * messages that they put into its send buffer.
+ */
+#ifndef PPQ_P_H
+#define PPQ_P_H
+
+#include "postgres_fe.h"
+
+#include "libpq-fe.h"
+#include "libpq-int.h"
+
+/* A frontend message without a body: its type byte and its length word, which counts itself. */
+#define PPQ_LENGTH_BYTES 4
+#define PPQ_HEADER_BYTES 5
+
+/* ---- ppqcycle.c: one query cycle, from an idle connection to an idle connection ---- */
+
+/* Whether the connection can take an extended query; says why not in its error message. */
+bool ppqCanSend(PGconn *conn);
+
+/* Replaces the connection's error message.  text ends without a newline. */
+void ppqSetError(PGconn *conn, const char *text);
+
+/*
+ * Takes in what is outstanding and starts a new cycle.  False: the connection is lost or in a
+ * copy that cannot be ended; its error message says so.
+ */
+bool ppqBegin(PGconn *conn);
+
+/*
+ * Starts a cycle that goes on from a Close which is still in the send buffer: its Sync is taken
+ * back, so that the messages to come share one Sync with it.  Where there is none, this is
+ * ppqBegin.
+ */
+bool ppqBeginAfterClose(PGconn *conn);
+
+/*
+ * Enters the cycle into libpq's command queue: from here on its answer is outstanding.  False:
+ * no memory; nothing has been sent.
+ */
+bool ppqEnqueue(PGconn *conn);
+
+/*
+ * Gives up a connection whose messages could be sent only in part: the server waits for the
+ * rest of them and would never answer.
+ */
+PGresult *ppqFailedSend(PGconn *conn);
+
+/* Sends what is in the buffer, takes in the whole answer and returns its last result. */
+PGresult *ppqFinish(PGconn *conn);
+
+/* ---- ppqmessage.c: the messages ---- */
+
+/* What the messages need in the send buffer, in bytes. */
+size_t ppqBindBytes(const char *stmtName, const char *portalName, int nParams,
+                    const char *const *paramValues, const int *paramLengths,
+                    const int *paramFormats);
+size_t ppqNameBytes(const char *name);
+
+/* Makes room, so that the puts below can fail only with the connection. */
+bool ppqReserve(PGconn *conn, size_t bytes);
+
+/* Each puts one whole message into the send buffer; false with the connection's error set. */
+bool ppqPutBind(PGconn *conn, const char *stmtName, const char *portalName, int nParams,
+                const char *const *paramValues, const int *paramLengths, const int *paramFormats,
+                int resultFormat);
+bool ppqPutDescribePortal(PGconn *conn, const char *portalName);
+bool ppqPutExecute(PGconn *conn, const char *portalName, int maxRows);
+bool ppqPutClose(PGconn *conn, char kind, const char *name);
+bool ppqPutSync(PGconn *conn);
+
+#endif /* PPQ_P_H */

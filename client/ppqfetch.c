@@ -1,0 +1,64 @@
+/*
+ * SPDX-FileCopyrightText: 2026 the DORVY driver developers
+ * SPDX-License-Identifier: MIT
+ *
+ * PPQfetch: a further page.
+ */
+#include "ppq_p.h"
+
+#include "libppq.h"
+
+static const char *ppqFetchFault(int maxRows, const char *portalName, const PGresult *previous)
+{
+    if (portalName == NULL)
+        return "portal name is a null pointer";
+    if (previous == NULL || PQresultStatus(previous) != PGRES_TUPLES_OK)
+        return "the previous result is not a page of rows";
+    if (maxRows < 1)
+        return "number of rows must be at least 1";
+    return NULL;
+}
+
+/* A command tag ends a page only when the portal ran to its end. */
+static bool ppqIsExhausted(const PGresult *page)
+{
+    return page->cmdStatus[0] != '\0';
+}
+
+/* Execute alone is answered without a column description: the rows join that of page. */
+static PGresult *ppqFetchInto(PGconn *conn, int maxRows, const char *portalName, PGresult *page)
+{
+    if (!ppqEnqueue(conn)) {
+        PQclear(page);
+        return NULL;
+    }
+    conn->result = page;
+    if (!ppqPutExecute(conn, portalName, maxRows) || !ppqPutSync(conn))
+        return ppqFailedSend(conn);
+    return ppqFinish(conn);
+}
+
+PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGresult *previous)
+{
+    const char *fault;
+    PGresult *page;
+
+    if (conn == NULL || !ppqCanSend(conn))
+        return NULL;
+    fault = ppqFetchFault(maxRows, portalName, previous);
+    if (fault != NULL) {
+        ppqSetError(conn, fault);
+        return NULL;
+    }
+    if (!ppqIsExhausted(previous) &&
+        (!ppqReserve(conn, ppqNameBytes(portalName) + PPQ_HEADER_BYTES) || !ppqBegin(conn)))
+        return NULL;
+    page = PQcopyResult(previous, PG_COPYRES_ATTRS);
+    if (page == NULL) {
+        ppqSetError(conn, "out of memory");
+        return NULL;
+    }
+    if (ppqIsExhausted(previous))
+        return page;
+    return ppqFetchInto(conn, maxRows, portalName, page);
+}
