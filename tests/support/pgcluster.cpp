@@ -1,0 +1,247 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// PgCluster: a private PostgreSQL server for one test program.
+#include "tests/support/pgcluster.h"
+
+#include <libpq-fe.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
+#include <QtCore/QThread>
+
+#include <memory>
+
+#include <arpa/inet.h>
+#include <pwd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int StartMsec = 60000;
+constexpr int PollMsec = 20;
+
+using ConnectionPtr = std::unique_ptr<PGconn, decltype(&PQfinish)>;
+using ResultPtr = std::unique_ptr<PGresult, decltype(&PQclear)>;
+
+// A port of loopback that nobody listens on now.
+int hlpFreePort()
+{
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int port = 0;
+    if (bind(descriptor, reinterpret_cast<sockaddr *>(&address), size) == 0 &&
+        getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size) == 0) {
+        port = ntohs(address.sin_port);
+    }
+    close(descriptor);
+    return port;
+}
+
+QString hlpBinDir()
+{
+    const QByteArray chosen = qgetenv("DORVY_TEST_PGBIN");
+    return chosen.isEmpty() ? QStringLiteral(DORVY_PG_BINDIR) : QString::fromLocal8Bit(chosen);
+}
+
+bool hlpWrite(const QString &path, const QString &text, QIODevice::OpenMode mode)
+{
+    QFile file(path);
+    return file.open(mode) && file.write(text.toUtf8()) >= 0;
+}
+
+} // namespace
+
+PgCluster::PgCluster()
+    : serverPort(0)
+{
+}
+
+PgCluster::~PgCluster()
+{
+    if (keeper.state() == QProcess::NotRunning) {
+        return;
+    }
+    keeper.closeWriteChannel(); // the keeper's sign to stop the server and clean up
+    keeper.waitForFinished(StartMsec);
+}
+
+bool PgCluster::hlpFail(const QString &text)
+{
+    reason = text;
+    return false;
+}
+
+bool PgCluster::hlpMakeFolder()
+{
+    QByteArray pattern = QFile::encodeName(QDir::tempPath() + QStringLiteral("/dorvy-XXXXXX"));
+    if (!mkdtemp(pattern.data())) {
+        return hlpFail(QStringLiteral("no temporary folder"));
+    }
+    folder = QFile::decodeName(pattern);
+    if (geteuid() != 0) {
+        return true;
+    }
+    const passwd *nobody = getpwnam("nobody");
+    if (!nobody || chown(pattern.constData(), nobody->pw_uid, nobody->pw_gid) != 0) {
+        return hlpFail(QStringLiteral("cannot give the folder to nobody"));
+    }
+    return true;
+}
+
+bool PgCluster::hlpStartKeeper()
+{
+    QStringList command{QStringLiteral("setsid")};
+    if (geteuid() == 0) {
+        command << QStringLiteral("setpriv") << QStringLiteral("--reuid=nobody")
+                << QStringLiteral("--regid=nogroup") << QStringLiteral("--clear-groups");
+    }
+    command << QStringLiteral(DORVY_KEEP_CLUSTER) << hlpBinDir() << folder
+            << QStringLiteral("--locale=C.UTF-8");
+    keeper.setWorkingDirectory(QStringLiteral("/"));
+    keeper.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    const QString program = command.takeFirst();
+    keeper.start(program, command);
+    if (!keeper.waitForStarted(StartMsec)) {
+        return hlpFail(QStringLiteral("the keeper does not start"));
+    }
+    const QString answer = hlpAsk(QString());
+    return answer == QStringLiteral("ready") || hlpFail(answer);
+}
+
+// One line of the keeper's, in answer to command; an empty command only waits for it.
+QString PgCluster::hlpAsk(const QString &command)
+{
+    if (!command.isEmpty()) {
+        keeper.write(command.toLatin1() + '\n');
+    }
+    while (!keeper.canReadLine()) {
+        if (!keeper.waitForReadyRead(StartMsec)) {
+            return QStringLiteral("the keeper does not answer");
+        }
+    }
+    return QString::fromLocal8Bit(keeper.readLine()).trimmed();
+}
+
+bool PgCluster::hlpConfigure(const QStringList &settings) const
+{
+    QStringList lines{QStringLiteral("listen_addresses = '127.0.0.1'"),
+                      QStringLiteral("port = %1").arg(serverPort),
+                      QStringLiteral("unix_socket_directories = '%1'").arg(folder),
+                      QStringLiteral("fsync = off"),
+                      QStringLiteral("max_connections = 40"),
+                      QStringLiteral("shared_buffers = 32MB"),
+                      QStringLiteral("password_encryption = 'scram-sha-256'"),
+                      QStringLiteral("lc_messages = 'C'"),
+                      QStringLiteral("timezone = 'UTC'")};
+    lines += settings;
+    const QString access = QStringLiteral("local all +passworded scram-sha-256\n"
+                                          "host all +passworded 127.0.0.1/32 scram-sha-256\n"
+                                          "local all all trust\n"
+                                          "host all all 127.0.0.1/32 trust\n");
+    const QString data = folder + QStringLiteral("/data/");
+    return hlpWrite(data + QStringLiteral("postgresql.conf"),
+                    lines.join(QLatin1Char('\n')) + QLatin1Char('\n'),
+                    QIODevice::WriteOnly | QIODevice::Append) &&
+           hlpWrite(data + QStringLiteral("pg_hba.conf"), access, QIODevice::WriteOnly);
+}
+
+bool PgCluster::hlpAwait() const
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < StartMsec) {
+        if (PQping(conninfo().constData()) == PQPING_OK) {
+            return true;
+        }
+        QThread::msleep(PollMsec);
+    }
+    return false;
+}
+
+bool PgCluster::start(const QStringList &settings)
+{
+    if (!hlpMakeFolder() || !hlpStartKeeper()) {
+        return false;
+    }
+    serverPort = hlpFreePort();
+    if (!hlpConfigure(settings)) {
+        return hlpFail(QStringLiteral("cannot write the configuration"));
+    }
+    if (!restart()) {
+        return false;
+    }
+    run(QStringLiteral("CREATE ROLE passworded"));
+    return true;
+}
+
+bool PgCluster::restart()
+{
+    hlpAsk(QStringLiteral("start"));
+    return hlpAwait() ||
+           hlpFail(QStringLiteral("the server does not start: ") + log().join(QLatin1Char('\n')));
+}
+
+void PgCluster::stop(const QString &mode)
+{
+    hlpAsk(QStringLiteral("stop ") + mode);
+}
+
+int PgCluster::major() const
+{
+    return value(QStringLiteral("SHOW server_version_num")).toInt() / 10000;
+}
+
+QByteArray PgCluster::conninfo(const QString &database) const
+{
+    return QStringLiteral("host='%1' port=%2 user=dorvy dbname='%3'")
+        .arg(folder)
+        .arg(serverPort)
+        .arg(database)
+        .toUtf8();
+}
+
+QStringList PgCluster::run(const QString &sql, const QString &database) const
+{
+    const ConnectionPtr connection(PQconnectdb(conninfo(database).constData()), &PQfinish);
+    const ResultPtr result(PQexec(connection.get(), sql.toUtf8().constData()), &PQclear);
+    const ExecStatusType status = PQresultStatus(result.get());
+    if (status != PGRES_TUPLES_OK && status != PGRES_COMMAND_OK) {
+        qFatal("%s: %s", qPrintable(sql), PQerrorMessage(connection.get()));
+    }
+    QStringList rows;
+    for (int row = 0; row < PQntuples(result.get()); ++row) {
+        QStringList columns;
+        for (int column = 0; column < PQnfields(result.get()); ++column) {
+            columns += QString::fromUtf8(PQgetvalue(result.get(), row, column));
+        }
+        rows += columns.join(QLatin1Char('|'));
+    }
+    return rows;
+}
+
+QString PgCluster::value(const QString &sql, const QString &database) const
+{
+    return run(sql, database).value(0).section(QLatin1Char('|'), 0, 0);
+}
+
+void PgCluster::createDatabase(const QString &name, const QString &encoding)
+{
+    run(QStringLiteral("CREATE DATABASE %1 TEMPLATE template0 ENCODING '%2' LC_COLLATE 'C' "
+                       "LC_CTYPE 'C'")
+            .arg(name, encoding));
+}
+
+QStringList PgCluster::log() const
+{
+    QFile file(folder + QStringLiteral("/server.log"));
+    if (!file.open(QIODevice::ReadOnly)) {
+        return QStringList();
+    }
+    return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
+}

@@ -1,0 +1,311 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// WireProxy: stands between a client and a PostgreSQL server and writes down what they say.
+#include "tests/support/wireproxy.h"
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
+#include <QtCore/QMutexLocker>
+#include <QtCore/QThread>
+#include <QtCore/QtEndian>
+
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int StepMsec = 5;
+constexpr quint32 SslRequest = 80877103; // PostgreSQL protocol 3.0, message formats
+constexpr quint32 GssRequest = 80877104;
+
+int hlpListen(int &port)
+{
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(descriptor, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
+        listen(descriptor, 16) != 0 ||
+        getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
+        qFatal("the proxy cannot listen");
+    }
+    port = ntohs(address.sin_port);
+    return descriptor;
+}
+
+int hlpConnect(const QByteArray &path)
+{
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, path.constData(), sizeof(address.sun_path));
+    if (connect(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
+        close(descriptor);
+        return -1;
+    }
+    return descriptor;
+}
+
+quint32 hlpLength(const QByteArray &bytes, int at)
+{
+    return qFromBigEndian<quint32>(bytes.constData() + at);
+}
+
+} // namespace
+
+WireProxy::WireProxy(const QString &serverSocketDir, int serverPort)
+    : serverPath(QFile::encodeName(serverSocketDir) + "/.s.PGSQL." + QByteArray::number(serverPort))
+    , listener(-1)
+    , listenPort(0)
+    , connections(0)
+    , repliesHeld(false)
+    , requestsHeld(false)
+    , cutWanted(false)
+    , stopWanted(false)
+{
+    listener = hlpListen(listenPort);
+    thread = std::thread(&WireProxy::hlpServe, this);
+}
+
+WireProxy::~WireProxy()
+{
+    stopWanted = true;
+    thread.join();
+    for (Link &link : links) {
+        hlpDrop(link);
+    }
+    close(listener);
+}
+
+void WireProxy::clear()
+{
+    const QMutexLocker locker(&mutex);
+    recorded.clear();
+}
+
+QVector<WireMessage> WireProxy::messages() const
+{
+    const QMutexLocker locker(&mutex);
+    return recorded;
+}
+
+QStringList WireProxy::conversation() const
+{
+    WireWords words;
+    QStringList lines;
+    int rows = 0;
+    const QVector<WireMessage> all = messages();
+    for (int i = 0; i < all.size(); ++i) {
+        const QString line = words.line(all.at(i));
+        if (!line.endsWith(QStringLiteral("< DataRow"))) {
+            lines += line;
+            continue;
+        }
+        ++rows;
+        const bool last = i + 1 == all.size() || all.at(i + 1).type != 'D' ||
+                          all.at(i + 1).fromClient ||
+                          all.at(i + 1).connection != all.at(i).connection;
+        if (last) {
+            lines += line + QStringLiteral(" x%1").arg(rows);
+            rows = 0;
+        }
+    }
+    return lines;
+}
+
+QStringList WireProxy::frontend(int connection) const
+{
+    WireWords words;
+    QStringList lines;
+    for (const WireMessage &message : messages()) {
+        const QString line = words.line(message); // of every message, so that names count alike
+        if (message.fromClient && (connection == 0 || message.connection == connection)) {
+            lines += line;
+        }
+    }
+    return lines;
+}
+
+bool WireProxy::waitForLine(const QString &line, int msec) const
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!conversation().contains(line)) {
+        if (timer.elapsed() > msec) {
+            return false;
+        }
+        QThread::msleep(StepMsec);
+    }
+    return true;
+}
+
+int WireProxy::connectionCount() const
+{
+    const QMutexLocker locker(&mutex);
+    return connections;
+}
+
+void WireProxy::cut()
+{
+    cutWanted = true;
+    while (cutWanted) {
+        QThread::msleep(StepMsec);
+    }
+}
+
+void WireProxy::hlpServe()
+{
+    while (!stopWanted) {
+        hlpStep();
+    }
+}
+
+void WireProxy::hlpStep()
+{
+    std::vector<pollfd> descriptors{{listener, POLLIN, 0}};
+    for (const Link &link : qAsConst(links)) {
+        descriptors.push_back({link.requests.ended ? -1 : link.client, POLLIN, 0});
+        descriptors.push_back({link.replies.ended ? -1 : link.server, POLLIN, 0});
+    }
+    poll(descriptors.data(), descriptors.size(), StepMsec);
+    for (int i = 0; i < links.size(); ++i) {
+        Link &link = links[i];
+        const auto at = static_cast<size_t>(2 * i + 1);
+        if (descriptors[at].revents) {
+            link.requests.ended = !hlpRead(link, true);
+        }
+        if (descriptors[at + 1].revents) {
+            link.replies.ended = !hlpRead(link, false);
+        }
+        hlpPass(link.requests, link.server, requestsHeld);
+        hlpPass(link.replies, link.client, repliesHeld);
+        const bool repliesDone = link.replies.ended && link.replies.waiting.isEmpty();
+        if (repliesDone || (link.requests.ended && link.requests.waiting.isEmpty()) || cutWanted) {
+            hlpDrop(link);
+        }
+    }
+    links.erase(std::remove_if(links.begin(), links.end(),
+                               [](const Link &link) { return link.client < 0; }),
+                links.end());
+    cutWanted = false;
+    if (descriptors.front().revents) {
+        hlpAccept();
+    }
+}
+
+void WireProxy::hlpAccept()
+{
+    const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (client < 0) {
+        return;
+    }
+    const int on = 1;
+    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    Link link;
+    link.client = client;
+    link.server = hlpConnect(serverPath);
+    {
+        const QMutexLocker locker(&mutex);
+        link.number = ++connections;
+    }
+    links.append(link);
+    if (link.server < 0) {
+        hlpDrop(links.last());
+    }
+}
+
+bool WireProxy::hlpRead(Link &link, bool fromClient)
+{
+    char buffer[65536];
+    const ssize_t count = recv(fromClient ? link.client : link.server, buffer, sizeof(buffer), 0);
+    if (count <= 0) {
+        return false;
+    }
+    Direction &direction = fromClient ? link.requests : link.replies;
+    direction.partial.append(buffer, static_cast<int>(count));
+    ++direction.chunks;
+    if (!fromClient || link.started || hlpRecordStartup(link)) {
+        hlpRecord(link, fromClient);
+    }
+    return true;
+}
+
+// The first messages of a client have no type byte; requests for encryption are refused here.
+bool WireProxy::hlpRecordStartup(Link &link)
+{
+    Direction &requests = link.requests;
+    while (requests.partial.size() >= 8) {
+        const quint32 length = hlpLength(requests.partial, 0);
+        const quint32 code = hlpLength(requests.partial, 4);
+        if (static_cast<quint32>(requests.partial.size()) < length) {
+            return false;
+        }
+        const QByteArray message = requests.partial.left(static_cast<int>(length));
+        requests.partial.remove(0, message.size());
+        if (code == SslRequest || code == GssRequest) {
+            link.replies.waiting.append('N');
+            continue;
+        }
+        const QMutexLocker locker(&mutex);
+        recorded.append({link.number, true, '\0', message.mid(4), requests.chunks});
+        requests.waiting.append(message);
+        link.started = true;
+        return true;
+    }
+    return false;
+}
+
+void WireProxy::hlpRecord(Link &link, bool fromClient)
+{
+    Direction &direction = fromClient ? link.requests : link.replies;
+    int at = 0;
+    while (direction.partial.size() - at >= 5) {
+        const auto length = static_cast<qint64>(hlpLength(direction.partial, at + 1));
+        if (direction.partial.size() - at < length + 1) {
+            break;
+        }
+        const int size = static_cast<int>(length) + 1;
+        const QMutexLocker locker(&mutex);
+        recorded.append({link.number, fromClient, direction.partial.at(at),
+                         direction.partial.mid(at + 5, size - 5), direction.chunks});
+        at += size;
+    }
+    direction.waiting.append(direction.partial.left(at));
+    direction.partial.remove(0, at);
+}
+
+void WireProxy::hlpPass(Direction &direction, int to, bool held)
+{
+    if (held || direction.waiting.isEmpty()) {
+        return;
+    }
+    const ssize_t count =
+        send(to, direction.waiting.constData(), static_cast<size_t>(direction.waiting.size()),
+             MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (count > 0) {
+        direction.waiting.remove(0, static_cast<int>(count));
+    } else if (errno != EAGAIN && errno != EWOULDBLOCK) {
+        direction.ended = true;
+        direction.waiting.clear();
+    }
+}
+
+void WireProxy::hlpDrop(Link &link)
+{
+    if (link.client >= 0) {
+        close(link.client);
+    }
+    if (link.server >= 0) {
+        close(link.server);
+    }
+    link.client = -1;
+    link.server = -1;
+}

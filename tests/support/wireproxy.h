@@ -1,0 +1,104 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// WireProxy: stands between a client and a PostgreSQL server and writes down what they say.
+#ifndef WIREPROXY_H
+#define WIREPROXY_H
+
+#include "tests/support/wiremessage.h"
+
+#include <QtCore/QMutex>
+#include <QtCore/QStringList>
+#include <QtCore/QVector>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+/*!
+    A proxy on a TCP port of loopback for the server behind a Unix socket. It refuses TLS and GSS,
+   so that it can read everything, and records each message before it passes it on: what a client
+   has an answer to has been recorded.
+
+    It has a thread of its own; every operation may be called from the test's thread.
+*/
+class WireProxy
+{
+public:
+    WireProxy(const QString &serverSocketDir, int serverPort);
+    ~WireProxy();
+
+    QString host() const { return QStringLiteral("127.0.0.1"); }
+    int port() const { return listenPort; }
+
+    /*! Forgets what was recorded; connections keep their numbers, names start anew. */
+    void clear();
+
+    QVector<WireMessage> messages() const;
+
+    /*! All messages in words; a run of DataRow messages is one line, "DataRow x3". */
+    QStringList conversation() const;
+
+    /*! The client's messages in words, of one connection or (0) of all. */
+    QStringList frontend(int connection = 0) const;
+
+    /*! Waits until a line of conversation() is \a line, with its number and direction. */
+    bool waitForLine(const QString &line, int msec = 5000) const;
+
+    /*! How many connections there were. */
+    int connectionCount() const;
+
+    /*! While on, the server's bytes are not passed on; switching it off passes them on. */
+    void holdReplies(bool hold) { repliesHeld = hold; }
+
+    /*! While on, the client's bytes are not passed on; new connections stay without an answer. */
+    void holdRequests(bool hold) { requestsHeld = hold; }
+
+    /*! Breaks every connection there is. */
+    void cut();
+
+private:
+    Q_DISABLE_COPY(WireProxy)
+
+    struct Direction
+    {
+        QByteArray waiting; // recorded, not passed on yet
+        QByteArray partial; // of a message whose end has not come
+        int chunks = 0;
+        bool ended = false;
+    };
+
+    struct Link
+    {
+        int number = 0;
+        int client = -1;
+        int server = -1;
+        bool started = false; // the startup message has come
+        Direction requests;
+        Direction replies;
+    };
+
+    void hlpServe();
+    void hlpAccept();
+    bool hlpRead(Link &link, bool fromClient);
+    void hlpRecord(Link &link, bool fromClient);
+    bool hlpRecordStartup(Link &link);
+    void hlpPass(Direction &direction, int to, bool held);
+    void hlpDrop(Link &link);
+    void hlpStep();
+
+    QByteArray serverPath;
+    int listener;
+    int listenPort;
+    int connections;
+    QList<Link> links;    // the proxy's thread alone
+    mutable QMutex mutex; // guards recorded and connections
+    QVector<WireMessage> recorded;
+    std::atomic<bool> repliesHeld;
+    std::atomic<bool> requestsHeld;
+    std::atomic<bool> cutWanted;
+    std::atomic<bool> stopWanted;
+    std::thread thread;
+};
+
+#endif // WIREPROXY_H
