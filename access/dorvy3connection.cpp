@@ -1,0 +1,145 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// Dorvy3Connection: one libpq connection with its text codecs and transaction commands.
+#include "access/dorvy3connection.h"
+
+#include "access/dorvy3codec_p.h"
+#include "access/dorvy3pgresult_p.h"
+#include "access/dorvy3texts_p.h"
+
+#include <QtCore/QTextCodec>
+
+using namespace Dorvy3Texts;
+
+Dorvy3Connection::Dorvy3Connection(PGconn *connection, const QString &searchPath)
+    : handle(connection)
+    , serverCodec(nullptr)
+    , clientCodec(nullptr)
+{
+    if (handle) {
+        hlpSetUp();
+        setSearchPath(searchPath);
+    }
+}
+
+Dorvy3Connection::~Dorvy3Connection()
+{
+    close();
+}
+
+void Dorvy3Connection::hlpSetUp()
+{
+    const Dorvy3Codecs codecs = hlpCodecs(handle, QTextCodec::codecForLocale());
+    serverCodec = codecs.server;
+    clientCodec = codecs.client;
+    // A failed SET leaves the server's setting in force.
+    PQclear(PQexec(handle, "SET DATESTYLE TO 'ISO'"));
+}
+
+void Dorvy3Connection::setSearchPath(const QString &searchPath)
+{
+    if (searchPath.isEmpty()) {
+        return;
+    }
+    PQclear(PQexec(handle, server(QStringLiteral("SET SEARCH_PATH TO ") + searchPath).constData()));
+}
+
+PGconn *Dorvy3Connection::connection()
+{
+    return handle;
+}
+
+bool Dorvy3Connection::isOpen() const
+{
+    return handle != nullptr;
+}
+
+bool Dorvy3Connection::isValid() const
+{
+    return handle && PQstatus(handle) == CONNECTION_OK;
+}
+
+void Dorvy3Connection::close()
+{
+    if (!handle) {
+        return;
+    }
+    PQfinish(handle);
+    handle = nullptr;
+}
+
+QByteArray Dorvy3Connection::server(const QString &text) const
+{
+    return serverCodec ? serverCodec->fromUnicode(text) : text.toLatin1();
+}
+
+QString Dorvy3Connection::client(const char *bytes, int length) const
+{
+    if (!bytes) {
+        return QString();
+    }
+    if (!clientCodec) {
+        return QString::fromLatin1(bytes, length);
+    }
+    return length < 0 ? clientCodec->toUnicode(bytes) : clientCodec->toUnicode(bytes, length);
+}
+
+bool Dorvy3Connection::settle()
+{
+    while (const PgResultPtr result{PQgetResult(handle)}) {
+        const ExecStatusType status = PQresultStatus(result.get());
+        // libpq announces a copy anew each time it is asked.
+        if (status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH) {
+            break;
+        }
+    }
+    return isValid();
+}
+
+QSqlError Dorvy3Connection::hlpCommand(const char *sql, const QString &failure)
+{
+    const PgResultPtr result(PQexec(handle, sql));
+    if (!result) {
+        return QSqlError(failure, client(PQerrorMessage(handle), -1), QSqlError::TransactionError);
+    }
+    if (PQresultStatus(result.get()) != PGRES_COMMAND_OK) {
+        return QSqlError(failure, client(PQresultErrorMessage(result.get()), -1),
+                         QSqlError::TransactionError);
+    }
+    return QSqlError();
+}
+
+QSqlError Dorvy3Connection::beginTransaction()
+{
+    if (!settle()) {
+        return QSqlError(cannotBegin(), noConnection(), QSqlError::TransactionError);
+    }
+    if (PQtransactionStatus(handle) != PQTRANS_IDLE) {
+        return QSqlError(cannotBegin(), beginForbidden(), QSqlError::TransactionError);
+    }
+    return hlpCommand("BEGIN", beginFailed());
+}
+
+QSqlError Dorvy3Connection::commitTransaction()
+{
+    if (!settle()) {
+        return QSqlError(cannotCommit(), noConnection(), QSqlError::TransactionError);
+    }
+    if (PQtransactionStatus(handle) != PQTRANS_INTRANS) {
+        return QSqlError(cannotCommit(), commitForbidden(), QSqlError::TransactionError);
+    }
+    return hlpCommand("COMMIT", commitFailed());
+}
+
+QSqlError Dorvy3Connection::rollbackTransaction()
+{
+    if (!settle()) {
+        return QSqlError(cannotRollback(), noConnection(), QSqlError::TransactionError);
+    }
+    const PGTransactionStatusType status = PQtransactionStatus(handle);
+    if (status != PQTRANS_INTRANS && status != PQTRANS_INERROR) {
+        return QSqlError();
+    }
+    return hlpCommand("ROLLBACK", rollbackFailed());
+}

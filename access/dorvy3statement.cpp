@@ -1,0 +1,157 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// Dorvy3Statement: preparation and lifetime.
+#include "access/dorvy3statement.h"
+
+#include "access/dorvy3connection.h"
+#include "access/dorvy3database.h"
+#include "access/dorvy3errors_p.h"
+#include "access/dorvy3pgresult_p.h"
+#include "access/dorvy3result.h"
+#include "access/dorvy3texts_p.h"
+#include "client/libppq.h"
+
+#include <cstdlib>
+
+using namespace Dorvy3Texts;
+
+Dorvy3Statement::Dorvy3Statement()
+    : name(QByteArrayLiteral("pdstmt") + QByteArray::number(reinterpret_cast<qint64>(this), 16))
+    , database(nullptr)
+    , params(nullptr)
+    , paramValues(nullptr)
+    , paramLengths(nullptr)
+    , paramFormats(nullptr)
+    , paramTypes(nullptr)
+{
+}
+
+Dorvy3Statement::~Dorvy3Statement()
+{
+    hlpClear();
+}
+
+const char *Dorvy3Statement::portalname() const
+{
+    return name.constData();
+}
+
+const char *Dorvy3Statement::statementname() const
+{
+    return name.constData() + 1;
+}
+
+bool Dorvy3Statement::readonly() const
+{
+    return description && PQnfields(description->result) > 0;
+}
+
+bool Dorvy3Statement::prep(const QString &text, const QSharedPointer<Dorvy3Connection> &connection,
+                           QSqlError *error, Dorvy3Database *registrar)
+{
+    hlpReport(error, QSqlError());
+    hlpClear();
+    if (!connection || !connection->isValid()) {
+        hlpReport(error, QSqlError(cannotPrepare(), noConnection(), QSqlError::StatementError,
+                                   QStringLiteral("0")));
+        return false;
+    }
+    PgResultPtr prepared(PQprepare(connection->connection(), statementname(),
+                                   connection->server(text).constData(), 0, nullptr));
+    if (PQresultStatus(prepared.get()) != PGRES_COMMAND_OK) {
+        return hlpFailPrep(prepared.release(), connection, error);
+    }
+    if (!hlpDescribe(text, connection, error)) {
+        return false;
+    }
+    database = registrar;
+    if (database) {
+        database->bind(this);
+    }
+    return true;
+}
+
+bool Dorvy3Statement::hlpDescribe(const QString &text,
+                                  const QSharedPointer<Dorvy3Connection> &connection,
+                                  QSqlError *error)
+{
+    PgResultPtr described(PQdescribePrepared(connection->connection(), statementname()));
+    if (PQresultStatus(described.get()) != PGRES_COMMAND_OK) {
+        return hlpFailPrep(described.release(), connection, error);
+    }
+    query = text;
+    description = QSharedPointer<Dorvy3Result>::create(described.release(), connection);
+    hlpAllocateParams();
+    return true;
+}
+
+// Takes over result, which may be null.
+bool Dorvy3Statement::hlpFailPrep(PGresult *result,
+                                  const QSharedPointer<Dorvy3Connection> &connection,
+                                  QSqlError *error)
+{
+    hlpReport(error, hlpError(result, connection, prepareFailed()));
+    PQclear(result);
+    // The name may be taken on the server, when it was the description that failed.
+    PPQclose(connection->connection(), nullptr, statementname());
+    return false;
+}
+
+// One block for the four arrays, allocated once per preparation; an execution only fills it.
+void Dorvy3Statement::hlpAllocateParams()
+{
+    const int count = PQnparams(description->result);
+    if (count < 1) {
+        return;
+    }
+    const auto n = static_cast<size_t>(count);
+    params = std::malloc(n * (sizeof(*paramValues) + sizeof(*paramLengths) + sizeof(*paramFormats) +
+                              sizeof(*paramTypes)));
+    paramValues = static_cast<const char **>(params);
+    paramLengths = reinterpret_cast<int *>(paramValues + n);
+    paramFormats = paramLengths + n;
+    paramTypes = reinterpret_cast<Oid *>(paramFormats + n);
+    for (int i = 0; i < count; ++i) {
+        paramTypes[i] = PQparamtype(description->result, i);
+    }
+}
+
+void Dorvy3Statement::hlpFreeParams()
+{
+    std::free(params);
+    params = nullptr;
+    paramValues = nullptr;
+    paramLengths = nullptr;
+    paramFormats = nullptr;
+    paramTypes = nullptr;
+}
+
+void Dorvy3Statement::hlpClear()
+{
+    if (description) {
+        const QSharedPointer<Dorvy3Connection> connection = description->connection;
+        if (connection && connection->isValid()) {
+            // A name that cannot be closed goes with its connection.
+            PPQclose(connection->connection(), portalname(), statementname());
+        }
+        description.reset();
+    }
+    hlpFreeParams();
+    if (database) {
+        database->unbind(this);
+        database = nullptr;
+    }
+}
+
+QSqlError Dorvy3Statement::hlpError(const PGresult *result,
+                                    const QSharedPointer<Dorvy3Connection> &connection,
+                                    const QString &text) const
+{
+    QString message;
+    if (connection) {
+        message = connection->client(
+            result ? PQresultErrorMessage(result) : PQerrorMessage(connection->connection()), -1);
+    }
+    return QSqlError(message, text, QSqlError::StatementError);
+}

@@ -1,0 +1,137 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// Dorvy3Statement: execution and paging.
+#include "access/dorvy3statement.h"
+
+#include "access/dorvy3connection.h"
+#include "access/dorvy3errors_p.h"
+#include "access/dorvy3result.h"
+#include "access/dorvy3texts_p.h"
+#include "client/libppq.h"
+
+#include <QtSql/QSqlField>
+
+#include <algorithm>
+#include <cstring>
+
+using namespace Dorvy3Texts;
+
+namespace {
+
+constexpr int PageRows = 128;   // rows in one portal page
+constexpr int BinaryFormat = 1; // PostgreSQL protocol 3.0, format codes
+
+int hlpPageRows(int rows)
+{
+    return rows > 0 ? rows : PageRows;
+}
+
+void hlpSetFieldValue(QSqlField &field, const QVariant &value)
+{
+    field.setType(value.type());
+    if (value.isNull()) {
+        field.clear();
+    } else {
+        field.setValue(value);
+    }
+}
+
+} // namespace
+
+QSharedPointer<Dorvy3Connection> Dorvy3Statement::hlpUsableConnection(QSqlError *error) const
+{
+    const QString nativeZero = QStringLiteral("0");
+    hlpReport(error, QSqlError());
+    if (!description) {
+        hlpReport(error, QSqlError(cannotExecutePrepared(), executeFailed(),
+                                   QSqlError::StatementError, nativeZero));
+        return {};
+    }
+    const QSharedPointer<Dorvy3Connection> connection = description->connection;
+    if (!connection || !connection->isValid()) {
+        hlpReport(error, QSqlError(cannotExecutePrepared(), noConnection(),
+                                   QSqlError::StatementError, nativeZero));
+        return {};
+    }
+    return connection;
+}
+
+QSharedPointer<Dorvy3Result> Dorvy3Statement::exec(QSqlError *error, int rows,
+                                                   const QSharedPointer<Dorvy3Result> &previous)
+{
+    const QSharedPointer<Dorvy3Connection> connection = hlpUsableConnection(error);
+    if (!connection) {
+        return {};
+    }
+    PGconn *conn = connection->connection();
+    PGresult *result = readonly() && previous
+                           ? PPQfetch(conn, hlpPageRows(rows), portalname(), previous->result)
+                           : hlpRun(conn, 0, rows);
+    return hlpFinish(result, connection, error);
+}
+
+QSharedPointer<Dorvy3Result> Dorvy3Statement::exec(const QVector<QVariant> &values,
+                                                   QSqlError *error, int rows)
+{
+    const QSharedPointer<Dorvy3Connection> connection = hlpUsableConnection(error);
+    if (!connection) {
+        return {};
+    }
+    QByteArray buffer;
+    const int count = hlpEncodeValues(values, buffer);
+    return hlpFinish(hlpRun(connection->connection(), count, rows), connection, error);
+}
+
+// Runs the statement from its start with the first count parameters.
+PGresult *Dorvy3Statement::hlpRun(PGconn *conn, int count, int rows) const
+{
+    if (!readonly()) {
+        return PQexecPrepared(conn, statementname(), count, paramValues, paramLengths, paramFormats,
+                              BinaryFormat);
+    }
+    // A run that is only partly read leaves its portal open, and the server binds no open portal.
+    PPQclose(conn, portalname(), nullptr);
+    return PPQexecPrepared(conn, hlpPageRows(rows), statementname(), portalname(), count,
+                           paramValues, paramLengths, paramFormats, BinaryFormat);
+}
+
+// Encodes as many values as there are parameters into buffer and points the arrays at them.
+int Dorvy3Statement::hlpEncodeValues(const QVector<QVariant> &values, QByteArray &buffer)
+{
+    const int count = std::max(PQnparams(description->result), 0);
+    const int bound = std::min(count, values.size());
+    std::fill_n(paramLengths, count, 0);
+    std::fill_n(paramFormats, count, 0);
+    std::fill_n(paramValues, count, nullptr);
+    QSqlField field(QString(), QVariant::Invalid);
+    for (int i = 0; i < bound; ++i) {
+        hlpSetFieldValue(field, values.at(i));
+        paramLengths[i] = hlpEncodePSQLValue(field, static_cast<int>(paramTypes[i]), buffer);
+        paramFormats[i] = BinaryFormat;
+        buffer.resize(buffer.size() + paramLengths[i]);
+    }
+    // Only now: the buffer moves while it grows.
+    const char *position = buffer.constData();
+    for (int i = 0; i < bound; ++i) {
+        // Length 0 is SQL NULL to the caller, so an empty text goes as NULL. Meant; see
+        // tst_dorvy3statement_exec, emptyTextIsNull.
+        paramValues[i] = paramLengths[i] ? position : nullptr;
+        position += paramLengths[i];
+    }
+    return bound;
+}
+
+// Takes over result, which may be null.
+QSharedPointer<Dorvy3Result>
+Dorvy3Statement::hlpFinish(PGresult *result, const QSharedPointer<Dorvy3Connection> &connection,
+                           QSqlError *error) const
+{
+    const ExecStatusType status = PQresultStatus(result); // of a null result: fatal error
+    if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) {
+        return QSharedPointer<Dorvy3Result>::create(result, connection);
+    }
+    hlpReport(error, hlpError(result, connection, executeFailed()));
+    PQclear(result);
+    return {};
+}

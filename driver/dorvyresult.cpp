@@ -1,0 +1,148 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// DorvyResult: preparing, running and describing.
+#include "driver/dorvyresult.h"
+
+#include "access/dorvy3statement.h"
+#include "access/dorvy3texts_p.h"
+#include "driver/dorvydriver_p.h"
+#include "driver/dorvyfield_p.h"
+#include "driver/dorvyresult_p.h"
+
+#include <QtSql/QSqlError>
+
+using namespace Dorvy3Texts;
+
+namespace {
+
+constexpr int DefaultRows = -1; // asks the statement for its own page size
+
+} // namespace
+
+DorvyResultPrivate::DorvyResultPrivate(DorvyResult *result, const DorvyDriver *driver)
+    : QSqlResultPrivate(result, driver)
+{
+    if (DorvyDriverPrivate *driverPrivate = drv_d_func()) {
+        driverPrivate->bind(this);
+    }
+}
+
+DorvyResultPrivate::~DorvyResultPrivate()
+{
+    // The guarded reference is null once the driver is gone.
+    if (DorvyDriverPrivate *driverPrivate = drv_d_func()) {
+        driverPrivate->unbind(this);
+    }
+}
+
+QString DorvyResultPrivate::fieldSerial(int i) const
+{
+    return QLatin1Char('$') + QString::number(i + 1);
+}
+
+void DorvyResultPrivate::release()
+{
+    Q_Q(DorvyResult);
+    q->statement.reset();
+    page.reset();
+}
+
+DorvyResult::DorvyResult(const DorvyDriver *driver)
+    : QSqlResult(*new DorvyResultPrivate(this, driver))
+{
+}
+
+DorvyResult::~DorvyResult() = default;
+
+QVariant DorvyResult::handle() const
+{
+    return QVariant();
+}
+
+QSqlRecord DorvyResult::record() const
+{
+    Q_D(const DorvyResult);
+    return d->record;
+}
+
+void DorvyResult::hlpStart()
+{
+    Q_D(DorvyResult);
+    d->record.clear();
+    d->page.reset();
+    setActive(false);
+}
+
+bool DorvyResult::hlpFail(const QSqlError &error)
+{
+    setLastError(error);
+    return false;
+}
+
+// Ends a run: with a page it is active and described, without one it has failed.
+bool DorvyResult::hlpFinish(const QSqlError &error)
+{
+    Q_D(DorvyResult);
+    if (!d->page) {
+        return hlpFail(error);
+    }
+    setLastError(error);
+    setActive(true);
+    setSelect(statement->readonly());
+    if (isSelect()) {
+        d->record = hlpDescribeColumns(*d->page);
+    }
+    return true;
+}
+
+// Replaces the statement by a new one for query, or by none.
+bool DorvyResult::hlpLookUp(const QString &query, QSqlError *error)
+{
+    Q_D(DorvyResult);
+    DorvyDriverPrivate *driverPrivate = d->drv_d_func();
+    if (!driverPrivate) {
+        statement.reset();
+        *error = QSqlError(cannotExecute(), noConnection(), QSqlError::StatementError);
+        return false;
+    }
+    statement = driverPrivate->database.statement(d->positionalToNamedBinding(query), error);
+    return !statement.isNull();
+}
+
+bool DorvyResult::reset(const QString &query)
+{
+    Q_D(DorvyResult);
+    hlpStart();
+    QSqlError error;
+    if (!hlpLookUp(query, &error)) {
+        return hlpFail(error);
+    }
+    d->page = statement->exec(&error, DefaultRows, {});
+    return hlpFinish(error);
+}
+
+bool DorvyResult::prepare(const QString &query)
+{
+    hlpStart();
+    QSqlError error;
+    if (!hlpLookUp(query, &error)) {
+        return hlpFail(error);
+    }
+    setLastError(error);
+    setSelect(statement->readonly());
+    return true;
+}
+
+bool DorvyResult::exec()
+{
+    Q_D(DorvyResult);
+    hlpStart();
+    if (!statement) {
+        return hlpFail(QSqlError(cannotExecute(), notPrepared(), QSqlError::StatementError,
+                                 QStringLiteral("0")));
+    }
+    QSqlError error;
+    d->page = statement->exec(boundValues(), &error, DefaultRows);
+    return hlpFinish(error);
+}

@@ -1,0 +1,84 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// DorvyResult: the result of one query.
+#ifndef DORVYRESULT_H
+#define DORVYRESULT_H
+
+#include <QtCore/QSharedPointer>
+#include <QtSql/QSqlResult>
+
+class Dorvy3Statement;
+class DorvyDriver;
+class DorvyResultPrivate;
+
+/*!
+    What Qt makes for every query object. It turns a text into a prepared statement, runs it, and
+    holds one page of its rows, at most 128: positions and sizes are those of the page.
+
+    Qt owns it and uses it on the driver's thread. It may outlive its driver: it then has no server
+    objects left, and every operation answers false or an invalid value.
+*/
+class DorvyResult : public QSqlResult
+{
+    Q_DECLARE_PRIVATE(DorvyResult)
+
+public:
+    explicit DorvyResult(const DorvyDriver *driver);
+    ~DorvyResult() override;
+
+    /*! Always invalid: no native handle is exposed. */
+    QVariant handle() const override;
+
+protected:
+    /*!
+        Each prepares or runs, or both, and moves no position. False on failure, which the last
+        error tells of; a success clears it. Every "?" outside quotes is a parameter.
+    */
+    bool reset(const QString &query) override;
+    bool prepare(const QString &query) override;
+    bool exec() override;
+
+    /*! The columns of the last run that had any; prepare() alone describes none. */
+    QSqlRecord record() const override;
+
+    /*! The value at the current row; invalid without a page or beyond its columns. */
+    QVariant data(int column) override;
+    bool isNull(int column) override;
+
+    /*! The next row, reading the next page only when the one held is used up. */
+    bool fetchNext() override;
+
+    /*! These move within the page held and send nothing. */
+    bool fetch(int row) override;
+    bool fetchPrevious() override;
+    bool fetchFirst() override;
+    bool fetchLast() override;
+
+    /*! Rows of the page held; -1 without a page. */
+    int size() override;
+
+    /*! The count in the command tag, 0 when it has none; -1 without a page. */
+    int numRowsAffected() override;
+
+    /*!
+        The last sequence value of the connection that the page came from, as an int: 0 when it does
+        not fit one, invalid when there is none. Sets no error.
+    */
+    QVariant lastInsertId() const override;
+
+    /*! Gives up the statement and the page; record, position and active flag stay. */
+    void detachFromResultSet() override;
+
+private:
+    bool hlpFail(const QSqlError &error);
+    bool hlpFinish(const QSqlError &error);
+    void hlpStart();
+    bool hlpLookUp(const QString &query, QSqlError *error);
+    bool hlpHasRow(int row) const;
+    bool hlpMoveTo(int row);
+
+    QSharedPointer<Dorvy3Statement> statement; // of the current text
+};
+
+#endif // DORVYRESULT_H

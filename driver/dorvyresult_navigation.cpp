@@ -1,0 +1,132 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// DorvyResult: moving over the rows, counting them, reading them and letting them go.
+#include "driver/dorvyresult.h"
+
+#include "access/dorvy3connection.h"
+#include "access/dorvy3pgresult_p.h"
+#include "access/dorvy3statement.h"
+#include "driver/dorvydecode_p.h"
+#include "driver/dorvyresult_p.h"
+#include "driver/dorvytypes_p.h"
+
+#include <QtSql/QSqlError>
+
+bool DorvyResult::hlpHasRow(int row) const
+{
+    Q_D(const DorvyResult);
+    return d->page && row >= 0 && row < PQntuples(d->page->result);
+}
+
+bool DorvyResult::hlpMoveTo(int row)
+{
+    if (!hlpHasRow(row)) {
+        return false;
+    }
+    setAt(row);
+    return true;
+}
+
+bool DorvyResult::fetchNext()
+{
+    Q_D(DorvyResult);
+    if (!d->page) {
+        return false;
+    }
+    if (hlpMoveTo(at() + 1)) {
+        return true;
+    }
+    QSqlError error;
+    const QSharedPointer<Dorvy3Result> previous = d->page;
+    d->page = statement->exec(&error, -1, previous);
+    // Within its page the first row of the next one is row 0.
+    if (hlpMoveTo(0)) {
+        return true;
+    }
+    setLastError(error);
+    return false;
+}
+
+bool DorvyResult::fetch(int row)
+{
+    return hlpMoveTo(row);
+}
+
+bool DorvyResult::fetchPrevious()
+{
+    return hlpMoveTo(at() - 1);
+}
+
+bool DorvyResult::fetchFirst()
+{
+    return hlpMoveTo(0);
+}
+
+bool DorvyResult::fetchLast()
+{
+    return hlpMoveTo(size() - 1);
+}
+
+int DorvyResult::size()
+{
+    Q_D(DorvyResult);
+    return d->page ? PQntuples(d->page->result) : -1;
+}
+
+int DorvyResult::numRowsAffected()
+{
+    Q_D(DorvyResult);
+    return d->page ? QString::fromLatin1(PQcmdTuples(d->page->result)).toInt() : -1;
+}
+
+QVariant DorvyResult::lastInsertId() const
+{
+    Q_D(const DorvyResult);
+    if (!d->page) {
+        return QVariant();
+    }
+    const QSharedPointer<Dorvy3Connection> connection = d->page->connection;
+    if (!connection || !connection->isValid()) {
+        return QVariant();
+    }
+    const PgResultPtr result(PQexec(connection->connection(), "SELECT lastval()"));
+    if (PQresultStatus(result.get()) != PGRES_TUPLES_OK) { // a null result has failed, too
+        return QVariant();
+    }
+    return QVariant(QString::fromLatin1(PQgetvalue(result.get(), 0, 0)).toInt());
+}
+
+void DorvyResult::detachFromResultSet()
+{
+    Q_D(DorvyResult);
+    d->release();
+}
+
+QVariant DorvyResult::data(int column)
+{
+    Q_D(DorvyResult);
+    // Signed: a negative column goes on to libpq, whose OID 0 for it the type table refuses.
+    if (!d->page || column >= PQnfields(d->page->result)) {
+        return QVariant();
+    }
+    const PGresult *result = d->page->result;
+    const auto oid = static_cast<int>(PQftype(result, column));
+    const QVariant::Type type = hlpDecodePSQLType(oid);
+    if (PQgetisnull(result, at(), column)) {
+        return QVariant(type);
+    }
+    const char *value = PQgetvalue(result, at(), column);
+    if (!PQbinaryTuples(result)) {
+        return hlpPSQLValueToVariant(d->page->connection, type, oid, numericalPrecisionPolicy(),
+                                     value);
+    }
+    return hlpBinaryPSQLValueToVariant(d->page->connection, oid, PQgetlength(result, at(), column),
+                                       value);
+}
+
+bool DorvyResult::isNull(int column)
+{
+    Q_D(DorvyResult);
+    return d->page && PQgetisnull(d->page->result, at(), column);
+}

@@ -1,0 +1,36 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// DorvyResultPrivate: the page that a result holds and the description of its columns.
+#ifndef DORVYRESULT_P_H
+#define DORVYRESULT_P_H
+
+#include "access/dorvy3result.h"
+#include "driver/dorvydriver.h"
+#include "driver/dorvyresult.h"
+
+#include <private/qsqlresult_p.h>
+
+#include <QtSql/QSqlRecord>
+
+class DorvyResultPrivate : public QSqlResultPrivate
+{
+    Q_DECLARE_PUBLIC(DorvyResult)
+
+public:
+    Q_DECLARE_SQLDRIVER_PRIVATE(DorvyDriver)
+
+    DorvyResultPrivate(DorvyResult *result, const DorvyDriver *driver);
+    ~DorvyResultPrivate() override;
+
+    /*! The server's placeholder for the question mark \a i, counted from 0: $1 for the first. */
+    QString fieldSerial(int i) const override;
+
+    /*! Drops the result's statement, then its page. */
+    void release();
+
+    QSharedPointer<Dorvy3Result> page; // of the last run, while it is held
+    QSqlRecord record;
+};
+
+#endif // DORVYRESULT_P_H
