@@ -71,8 +71,8 @@ PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGre
  * PPQclose
  *     Close a portal, a prepared statement, or both.
  *
- * portalName  the portal, closed first; NULL for none
- * stmtName    the prepared statement; NULL for none
+ * portalName  the portal; NULL for none
+ * stmtName    the prepared statement, closed also when closing the portal fails; NULL for none
  *
  * A name that the server does not know is not an error.  The call does not wait for the server's
  * answer: whatever comes next on the connection takes it in, as it would any unfetched result,

@@ -11,12 +11,17 @@
 /*
  * A Close that fails on the server makes it ignore everything up to the next Sync, a plain query
  * too; so a Close never stands in the send buffer without its Sync behind it.
+ *
+ * Only a portal's can fail, as it shuts the executor down (seen with a foreign table whose server
+ * is gone).  The statement's therefore goes in front of it: behind it, it would be ignored, and the
+ * name would meet the next statement that is given it.  To the server the order is the same, as an
+ * open portal keeps the plan that it runs.
  */
 static bool ppqPutCloses(PGconn *conn, const char *portalName, const char *stmtName)
 {
-    if (portalName != NULL && !ppqPutClose(conn, 'P', portalName))
-        return false;
     if (stmtName != NULL && !ppqPutClose(conn, 'S', stmtName))
+        return false;
+    if (portalName != NULL && !ppqPutClose(conn, 'P', portalName))
         return false;
     return ppqPutSync(conn);
 }

@@ -105,10 +105,9 @@ static PGcmdQueueEntry *ppqTakeQueueEntry(PGconn *conn)
 {
     PGcmdQueueEntry *entry = conn->cmd_queue_recycle;
 
-    if (entry != NULL)
-        conn->cmd_queue_recycle = entry->next;
-    else
-        entry = (PGcmdQueueEntry *)malloc(sizeof(PGcmdQueueEntry));
+    if (entry == NULL)
+        return (PGcmdQueueEntry *)malloc(sizeof(PGcmdQueueEntry));
+    conn->cmd_queue_recycle = entry->next;
     return entry;
 }
 
@@ -126,10 +125,11 @@ bool ppqEnqueue(PGconn *conn)
     entry->queryclass = PGQUERY_EXTENDED;
     entry->query = NULL;
     entry->next = NULL;
-    if (conn->cmd_queue_head == NULL)
+    if (conn->cmd_queue_head == NULL) {
         conn->cmd_queue_head = entry;
-    else
+    } else {
         conn->cmd_queue_tail->next = entry;
+    }
     conn->cmd_queue_tail = entry;
     conn->asyncStatus = PGASYNC_BUSY;
     return true;

@@ -370,7 +370,7 @@ void tst_LibPpq::closeDoesNotWait()
     QCOMPARE(PQtransactionStatus(conn.get()), PQTRANS_ACTIVE);
     proxy->holdReplies(false);
     QCOMPARE(value(run("SELECT 'next'"), 0), QByteArray("next"));
-    QCOMPARE(proxy->frontend(), QStringList({own + "> Close P \"po\"", own + "> Close S \"st\"",
+    QCOMPARE(proxy->frontend(), QStringList({own + "> Close S \"st\"", own + "> Close P \"po\"",
                                              own + "> Sync", own + "> Query \"SELECT 'next'\""}));
 }
 
@@ -514,7 +514,7 @@ void tst_LibPpq::failedCloseLosesNothing()
     QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
     QCOMPARE(PQresultStatus(run("ROLLBACK").get()), PGRES_COMMAND_OK);
     QCOMPARE(PQtransactionStatus(conn.get()), PQTRANS_IDLE);
-    QCOMPARE(value(run("SELECT 'alive'"), 0), QByteArray("alive"));
+    QCOMPARE(value(run("SELECT count(*) FROM pg_prepared_statements"), 0), QByteArray("0"));
     run("DROP EXTENSION postgres_fdw CASCADE");
 }
 
