@@ -65,7 +65,7 @@ QSqlError Dorvy3Database::open(const QString &db, const QString &user, const QSt
     const QString arguments = hlpConnectionString(db, user, password, host, port, connOpts);
     PGconn *handle = PQconnectdb(arguments.toLatin1().constData());
     if (PQstatus(handle) != CONNECTION_OK) { // a null handle is not OK either
-        const QSqlError error = hlpError(handle, QSqlError::ConnectionError, connectFailed());
+        QSqlError error = hlpError(handle, QSqlError::ConnectionError, connectFailed());
         PQfinish(handle);
         return error;
     }

@@ -125,7 +125,7 @@ Dorvy3Encoding hlpEncodeTime(const QVariant &value, QByteArray &out, int *length
 
 QDateTime hlpToDateTime(const QVariant &value)
 {
-    const QDateTime moment = value.toDateTime();
+    QDateTime moment = value.toDateTime();
     if (moment.isValid() || value.type() != QVariant::Double) {
         return moment;
     }

@@ -48,7 +48,7 @@ QSharedPointer<Dorvy3Connection> Dorvy3Statement::hlpUsableConnection(QSqlError 
                                    QSqlError::StatementError, nativeZero));
         return {};
     }
-    const QSharedPointer<Dorvy3Connection> connection = description->connection;
+    QSharedPointer<Dorvy3Connection> connection = description->connection;
     if (!connection || !connection->isValid()) {
         hlpReport(error, QSqlError(cannotExecutePrepared(), noConnection(),
                                    QSqlError::StatementError, nativeZero));

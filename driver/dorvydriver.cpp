@@ -55,6 +55,7 @@ void DorvyDriverPrivate::hlpReleaseResults()
 {
     const QMutexLocker locker(&mutex);
     for (const qint64 address : qAsConst(results)) {
+        // The list keeps addresses as numbers. NOLINTNEXTLINE(performance-no-int-to-ptr)
         reinterpret_cast<DorvyResultPrivate *>(address)->release();
     }
 }
