@@ -18,6 +18,14 @@ struct Dorvy3TestAccess
     }
     static QMutex &lock(Dorvy3Transacted &pool) { return pool.lock; }
 
+    // The pool that a plugin, a driver or a handle holds; templates, so that the tests of the
+    // access layer need no header from above it.
+    template<typename Plugin>
+    static auto pool(const Plugin &plugin) -> decltype(plugin.pool)
+    {
+        return plugin.pool;
+    }
+
     // The database handle.
     static QString connectionString(const Dorvy3Database &database)
     {

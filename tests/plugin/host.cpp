@@ -1,0 +1,192 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// A stock Qt program that uses the plugin as an application would; built several times, with other
+// libraries beside it. Its exit status says whether all went well.
+//
+//     host query HOST PORT OPTIONS          opens, writes, reads
+//     host thread PLUGIN HOST PORT OPTIONS  uses the plugin on a thread and unloads it before the
+//                                           thread ends
+//     host walk HOST PORT ROWS              walks over ROWS rows; prints the peak of its memory,
+//     KiB
+#include <QtCore/QCoreApplication>
+#include <QtCore/QFile>
+#include <QtCore/QPluginLoader>
+#include <QtCore/QSemaphore>
+#include <QtCore/QThread>
+#include <QtSql/QSqlDatabase>
+#include <QtSql/QSqlDriver>
+#include <QtSql/QSqlDriverPlugin>
+#include <QtSql/QSqlError>
+#include <QtSql/QSqlQuery>
+
+#include <cstdio>
+#include <memory>
+
+#ifdef HOST_LIBPQ
+#include <libpq-fe.h>
+#endif
+
+namespace {
+
+bool complain(const QSqlError &error)
+{
+    std::fprintf(stderr, "%s / %s\n", qPrintable(error.driverText()),
+                 qPrintable(error.databaseText()));
+    return false;
+}
+
+bool open(QSqlDatabase &database, const QString &host, const QString &port, const QString &options)
+{
+    database.setHostName(host);
+    database.setPort(port.toInt());
+    database.setDatabaseName(QStringLiteral("postgres"));
+    database.setUserName(QStringLiteral("dorvy"));
+    database.setConnectOptions(options);
+    return database.open() || complain(database.lastError());
+}
+
+// Reads one page and more, and one value that was bound.
+bool readAndWrite(const QSqlDatabase &database)
+{
+    QSqlQuery query(database);
+    int rows = 0;
+    if (!query.exec(QStringLiteral("SELECT generate_series(1, 300)"))) {
+        return complain(query.lastError());
+    }
+    while (query.next()) {
+        ++rows;
+    }
+    query.prepare(QStringLiteral("SELECT CAST(? AS text)"));
+    query.addBindValue(QStringLiteral("Привет"));
+    if (!query.exec() || !query.first()) {
+        return complain(query.lastError());
+    }
+    return rows == 300 && query.value(0).toString() == QStringLiteral("Привет");
+}
+
+// The application's own libpq, if it has one, beside the plugin's.
+bool useOwnLibpq(const QString &host, const QString &port)
+{
+#ifdef HOST_LIBPQ
+    const QByteArray info =
+        QStringLiteral("host='%1' port=%2 user=dorvy dbname=postgres").arg(host, port).toUtf8();
+    PGconn *conn = PQconnectdb(info.constData());
+    PGresult *result = PQexec(conn, "SELECT 1");
+    const bool good = PQresultStatus(result) == PGRES_TUPLES_OK;
+    PQclear(result);
+    PQfinish(conn);
+    return good;
+#else
+    Q_UNUSED(host)
+    Q_UNUSED(port)
+    return true;
+#endif
+}
+
+bool query(const QStringList &arguments)
+{
+    const QString &host = arguments.at(0);
+    const QString &port = arguments.at(1);
+    QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("DORVY"));
+    return useOwnLibpq(host, port) && open(database, host, port, arguments.at(2)) &&
+           readAndWrite(database) && useOwnLibpq(host, port);
+}
+
+class Worker : public QThread
+{
+public:
+    explicit Worker(const QStringList &given)
+        : arguments(given)
+    {
+    }
+
+    void run() override
+    {
+        QPluginLoader loader(arguments.at(0));
+        auto *plugin = qobject_cast<QSqlDriverPlugin *>(loader.instance());
+        if (!plugin) {
+            std::fprintf(stderr, "%s\n", qPrintable(loader.errorString()));
+            return;
+        }
+        good = use(plugin->create(QStringLiteral("DORVY")));
+        good = loader.unload() && good;
+        // Here the thread ends, and with it what the plugin's libraries left for that moment.
+    }
+
+    bool good = false;
+
+private:
+    bool use(QSqlDriver *driver)
+    {
+        const QString name = QStringLiteral("thread");
+        bool worked = false;
+        {
+            QSqlDatabase database = QSqlDatabase::addDatabase(driver, name);
+            worked = open(database, arguments.at(1), arguments.at(2), arguments.at(3)) &&
+                     readAndWrite(database);
+        }
+        QSqlDatabase::removeDatabase(name);
+        return worked;
+    }
+
+    QStringList arguments;
+};
+
+bool thread(const QStringList &arguments)
+{
+    Worker worker(arguments);
+    worker.start();
+    worker.wait();
+    return worker.good;
+}
+
+qint64 peakKib()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return -1;
+    }
+    const QByteArray text = status.readAll();
+    const int at = text.indexOf("VmHWM:") + 6;
+    return text.mid(at, text.indexOf('k', at) - at).trimmed().toLongLong();
+}
+
+bool walk(const QStringList &arguments)
+{
+    QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("DORVY"));
+    if (!open(database, arguments.at(0), arguments.at(1), QString())) {
+        return false;
+    }
+    QSqlQuery query(database);
+    query.setForwardOnly(true);
+    if (!query.exec(QStringLiteral("SELECT g, 'row ' || g FROM generate_series(1, %1) g")
+                        .arg(arguments.at(2)))) {
+        return complain(query.lastError());
+    }
+    qint64 rows = 0;
+    qint64 sum = 0;
+    while (query.next()) {
+        ++rows;
+        sum += query.value(0).toLongLong();
+        if (query.value(1).toString().size() < 5) {
+            return false;
+        }
+    }
+    std::printf("%lld\n", static_cast<long long>(peakKib()));
+    const qint64 expected = arguments.at(2).toLongLong();
+    return rows == expected && sum == expected * (expected + 1) / 2;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    QStringList arguments = application.arguments().mid(1);
+    const QString mode = arguments.takeFirst();
+    const bool good = mode == QStringLiteral("query")    ? query(arguments)
+                      : mode == QStringLiteral("thread") ? thread(arguments)
+                                                         : walk(arguments);
+    return good ? 0 : 1;
+}

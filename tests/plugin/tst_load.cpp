@@ -1,0 +1,214 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// The plugin in processes that know nothing of it: loaded, used, unloaded, outlived.
+#include "certificate.h"
+#include "tests/support/pgcluster.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonObject>
+#include <QtCore/QLibrary>
+#include <QtCore/QPluginLoader>
+#include <QtSql/QSqlDriverPlugin>
+#include <QtTest/QtTest>
+
+#include <memory>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace {
+
+QList<QtMsgType> messageTypes;
+QStringList messages;
+QStringList contexts;
+
+void keepMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    messageTypes += type;
+    messages += message;
+    contexts += QStringLiteral("%1 %2 %3 %4")
+                    .arg(QString::fromLatin1(context.category ? context.category : "none"),
+                         context.file ? QStringLiteral("file") : QStringLiteral("-"),
+                         QString::number(context.line),
+                         context.function ? QStringLiteral("function") : QStringLiteral("-"));
+}
+
+} // namespace
+
+class tst_Load : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void metadata();
+    void oneInstance();
+    void loadMessage();
+    void stockProgram();
+    void programWithSystemLibpq();
+    void programOnSystemJemalloc();
+    void unloadedBeforeItsThreadEnds_data();
+    void unloadedBeforeItsThreadEnds();
+    void staysMappedAfterUnload();
+    void mallocStaysTheProcess();
+
+private:
+    // Runs a host and tells what it said, "" if all went well.
+    QString run(const char *host, const QStringList &arguments,
+                const QStringList &environment = QStringList());
+    QStringList socket(const QString &options = QString()) const
+    {
+        return {cluster.socketDir(), QString::number(cluster.port()), options};
+    }
+
+    PgCluster cluster;
+};
+
+void tst_Load::initTestCase()
+{
+    QVERIFY2(cluster.start(), qPrintable(cluster.why()));
+    // TLS, which leaves handlers for the end of a thread behind.
+    const Certificate made = makeSelfSigned();
+    const QString data = cluster.socketDir() + QStringLiteral("/data/");
+    const QFileInfo owner(data + QStringLiteral("PG_VERSION"));
+    for (const auto &part : {qMakePair(QStringLiteral("server.crt"), made.certificate),
+                             qMakePair(QStringLiteral("server.key"), made.key)}) {
+        QFile file(data + part.first);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(part.second);
+        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+        if (geteuid() == 0) {
+            QCOMPARE(chown(QFile::encodeName(file.fileName()).constData(), owner.ownerId(),
+                           owner.groupId()),
+                     0);
+        }
+    }
+    cluster.run(QStringLiteral("ALTER SYSTEM SET ssl = on"));
+    cluster.run(QStringLiteral("SELECT pg_reload_conf()"));
+    QTRY_COMPARE(cluster.value(QStringLiteral("SHOW ssl")), QStringLiteral("on"));
+}
+
+QString tst_Load::run(const char *host, const QStringList &arguments,
+                      const QStringList &environment)
+{
+    QProcess process;
+    QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
+    for (const QString &variable : environment) {
+        variables.insert(variable.section(QLatin1Char('='), 0, 0),
+                         variable.section(QLatin1Char('='), 1));
+    }
+    process.setProcessEnvironment(variables);
+    process.start(QString::fromLocal8Bit(host), arguments);
+    if (!process.waitForFinished(60000)) {
+        process.kill();
+        process.waitForFinished();
+        return QStringLiteral("does not end");
+    }
+    if (process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0) {
+        return QString();
+    }
+    return QStringLiteral("status %1: ").arg(process.exitCode()) +
+           QString::fromUtf8(process.readAllStandardError());
+}
+
+void tst_Load::metadata()
+{
+    const QJsonObject metadata = QPluginLoader(QStringLiteral(DORVY_PLUGIN)).metaData();
+    QCOMPARE(metadata.value(QStringLiteral("IID")).toString(),
+             QStringLiteral("org.qt-project.Qt.QSqlDriverFactoryInterface"));
+    QCOMPARE(metadata.value(QStringLiteral("className")).toString(),
+             QStringLiteral("DORVYDriverPlugin"));
+    const QJsonObject own = metadata.value(QStringLiteral("MetaData")).toObject();
+    QCOMPARE(own.keys(), QStringList{QStringLiteral("Keys")});
+    QCOMPARE(
+        own.value(QStringLiteral("Keys")).toArray(),
+        QJsonArray({QStringLiteral("QPSQL7"), QStringLiteral("QPSQL"), QStringLiteral("DORVY")}));
+}
+
+void tst_Load::oneInstance()
+{
+    QPluginLoader first(QStringLiteral(DORVY_PLUGIN));
+    QPluginLoader second(QStringLiteral(DORVY_PLUGIN));
+    QVERIFY2(first.instance(), qPrintable(first.errorString()));
+    QCOMPARE(first.instance(), second.instance());
+    QCOMPARE(first.instance()->parent(), nullptr);
+    QCOMPARE(QByteArray(first.instance()->metaObject()->className()),
+             QByteArray("DORVYDriverPlugin"));
+    second.unload();
+    first.unload();
+}
+
+void tst_Load::loadMessage()
+{
+    messages.clear();
+    QPluginLoader loader(QStringLiteral(DORVY_PLUGIN));
+    const QtMessageHandler before = qInstallMessageHandler(keepMessage);
+    loader.instance();
+    loader.instance();
+    qInstallMessageHandler(before);
+    loader.unload();
+    QCOMPARE(messages, QStringList{QStringLiteral("DORVY plugin loaded")});
+    QCOMPARE(messageTypes, QList<QtMsgType>{QtInfoMsg});
+    QCOMPARE(contexts, QStringList{QStringLiteral("default - 0 -")});
+}
+
+void tst_Load::stockProgram()
+{
+    QCOMPARE(run(DORVY_HOST, QStringList{QStringLiteral("query")} + socket()), QString());
+}
+
+void tst_Load::programWithSystemLibpq()
+{
+    QCOMPARE(run(DORVY_HOST_LIBPQ, QStringList{QStringLiteral("query")} + socket()), QString());
+}
+
+void tst_Load::programOnSystemJemalloc()
+{
+    if (QByteArray(DORVY_SANITIZE).size()) {
+        QSKIP("a sanitizer's run-time library must be the first that is loaded");
+    }
+    const QStringList preload{QStringLiteral("LD_PRELOAD=libjemalloc.so.2")};
+    QCOMPARE(run(DORVY_HOST, QStringList{QStringLiteral("query")} + socket(), preload), QString());
+}
+
+void tst_Load::unloadedBeforeItsThreadEnds_data()
+{
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<QString>("options");
+    QTest::newRow("socket") << cluster.socketDir() << QString();
+    QTest::newRow("TLS") << QStringLiteral("127.0.0.1") << QStringLiteral("sslmode=require");
+}
+
+void tst_Load::unloadedBeforeItsThreadEnds()
+{
+    QFETCH(QString, host);
+    QFETCH(QString, options);
+    QCOMPARE(run(DORVY_HOST, {QStringLiteral("thread"), QStringLiteral(DORVY_PLUGIN), host,
+                              QString::number(cluster.port()), options}),
+             QString());
+}
+
+void tst_Load::staysMappedAfterUnload()
+{
+    QPluginLoader loader(QStringLiteral(DORVY_PLUGIN));
+    QVERIFY(loader.instance());
+    QVERIFY(loader.unload());
+    for (const char *library : {DORVY_PLUGIN, DORVY_BUNDLED_JEMALLOC}) {
+        void *handle = dlopen(library, RTLD_NOLOAD | RTLD_LAZY);
+        QVERIFY2(handle, library);
+        dlclose(handle);
+    }
+}
+
+void tst_Load::mallocStaysTheProcess()
+{
+    void *before = dlsym(RTLD_DEFAULT, "malloc");
+    QPluginLoader loader(QStringLiteral(DORVY_PLUGIN));
+    QVERIFY(loader.instance());
+    QCOMPARE(dlsym(RTLD_DEFAULT, "malloc"), before);
+}
+
+QTEST_GUILESS_MAIN(tst_Load)
+#include "tst_load.moc"
