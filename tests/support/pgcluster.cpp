@@ -14,7 +14,6 @@
 #include <memory>
 
 #include <arpa/inet.h>
-#include <pwd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -84,29 +83,15 @@ bool PgCluster::hlpMakeFolder()
         return hlpFail(QStringLiteral("no temporary folder"));
     }
     folder = QFile::decodeName(pattern);
-    if (geteuid() != 0) {
-        return true;
-    }
-    const passwd *nobody = getpwnam("nobody");
-    if (!nobody || chown(pattern.constData(), nobody->pw_uid, nobody->pw_gid) != 0) {
-        return hlpFail(QStringLiteral("cannot give the folder to nobody"));
-    }
     return true;
 }
 
 bool PgCluster::hlpStartKeeper()
 {
-    QStringList command{QStringLiteral("setsid")};
-    if (geteuid() == 0) {
-        command << QStringLiteral("setpriv") << QStringLiteral("--reuid=nobody")
-                << QStringLiteral("--regid=nogroup") << QStringLiteral("--clear-groups");
-    }
-    command << QStringLiteral(DORVY_KEEP_CLUSTER) << hlpBinDir() << folder
-            << QStringLiteral("--locale=C.UTF-8");
     keeper.setWorkingDirectory(QStringLiteral("/"));
     keeper.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    const QString program = command.takeFirst();
-    keeper.start(program, command);
+    keeper.start(QStringLiteral("setsid"), {QStringLiteral(DORVY_KEEP_CLUSTER), hlpBinDir(), folder,
+                                            QStringLiteral("--locale=C.UTF-8")});
     if (!keeper.waitForStarted(StartMsec)) {
         return hlpFail(QStringLiteral("the keeper does not start"));
     }
