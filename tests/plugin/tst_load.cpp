@@ -49,6 +49,7 @@ private slots:
     void stockProgram();
     void programWithSystemLibpq();
     void programOnSystemJemalloc();
+    void programOfTheReadme();
     void unloadedBeforeItsThreadEnds_data();
     void unloadedBeforeItsThreadEnds();
     void staysMappedAfterUnload();
@@ -171,6 +172,24 @@ void tst_Load::programOnSystemJemalloc()
     }
     const QStringList preload{QStringLiteral("LD_PRELOAD=libjemalloc.so.2")};
     QCOMPARE(run(DORVY_HOST, QStringList{QStringLiteral("query")} + socket(), preload), QString());
+}
+
+void tst_Load::programOfTheReadme()
+{
+    QProcess process;
+    QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
+    variables.insert(QStringLiteral("PGPORT"), QString::number(cluster.port()));
+    variables.insert(QStringLiteral("PGUSER"), cluster.user());
+    process.setProcessEnvironment(variables);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(QStringLiteral(DORVY_README), QStringList());
+    QVERIFY(process.waitForFinished(60000));
+    const QStringList lines =
+        QString::fromUtf8(process.readAll()).trimmed().split(QLatin1Char('\n'));
+    QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(lines.value(0), QStringLiteral("DORVY plugin loaded"));
+    QVERIFY(lines.value(1).startsWith(QStringLiteral("\"pg_aggregate\" ")));
+    QVERIFY(lines.size() > 10);
 }
 
 void tst_Load::unloadedBeforeItsThreadEnds_data()
