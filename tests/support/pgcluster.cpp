@@ -21,6 +21,7 @@ namespace {
 
 constexpr int StartMsec = 60000;
 constexpr int PollMsec = 20;
+constexpr int PortAttempts = 5;
 
 using ConnectionPtr = std::unique_ptr<PGconn, decltype(&PQfinish)>;
 using ResultPtr = std::unique_ptr<PGresult, decltype(&PQclear)>;
@@ -116,7 +117,6 @@ QString PgCluster::hlpAsk(const QString &command)
 bool PgCluster::hlpConfigure(const QStringList &settings) const
 {
     QStringList lines{QStringLiteral("listen_addresses = '127.0.0.1'"),
-                      QStringLiteral("port = %1").arg(serverPort),
                       QStringLiteral("unix_socket_directories = '%1'").arg(folder),
                       QStringLiteral("fsync = off"),
                       QStringLiteral("max_connections = 40"),
@@ -136,13 +136,18 @@ bool PgCluster::hlpConfigure(const QStringList &settings) const
            hlpWrite(data + QStringLiteral("pg_hba.conf"), access, QIODevice::WriteOnly);
 }
 
-bool PgCluster::hlpAwait() const
+// Waits until the server that was just started answers; false when it has given up.
+bool PgCluster::hlpAwait(int logLines) const
 {
     QElapsedTimer timer;
     timer.start();
     while (timer.elapsed() < StartMsec) {
         if (PQping(conninfo().constData()) == PQPING_OK) {
             return true;
+        }
+        const QStringList news = log().mid(logLines);
+        if (news.join(QLatin1Char('\n')).contains(QStringLiteral("could not create any TCP/IP"))) {
+            return false;
         }
         QThread::msleep(PollMsec);
     }
@@ -154,21 +159,26 @@ bool PgCluster::start(const QStringList &settings)
     if (!hlpMakeFolder() || !hlpStartKeeper()) {
         return false;
     }
-    serverPort = hlpFreePort();
     if (!hlpConfigure(settings)) {
         return hlpFail(QStringLiteral("cannot write the configuration"));
     }
-    if (!restart()) {
-        return false;
+    // Another program may take a free port before the server does.
+    for (int attempt = 0; attempt < PortAttempts; ++attempt) {
+        serverPort = hlpFreePort();
+        if (restart()) {
+            run(QStringLiteral("CREATE ROLE passworded"));
+            return true;
+        }
+        stop();
     }
-    run(QStringLiteral("CREATE ROLE passworded"));
-    return true;
+    return false;
 }
 
 bool PgCluster::restart()
 {
-    hlpAsk(QStringLiteral("start"));
-    return hlpAwait() ||
+    const int logLines = log().size();
+    hlpAsk(QStringLiteral("start %1").arg(serverPort));
+    return hlpAwait(logLines) ||
            hlpFail(QStringLiteral("the server does not start: ") + log().join(QLatin1Char('\n')));
 }
 

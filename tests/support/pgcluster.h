@@ -78,7 +78,7 @@ private:
     bool hlpStartKeeper();
     QString hlpAsk(const QString &command);
     bool hlpConfigure(const QStringList &settings) const;
-    bool hlpAwait() const;
+    bool hlpAwait(int logLines) const;
 
     QProcess keeper;
     QString folder;
