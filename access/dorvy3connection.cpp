@@ -60,6 +60,17 @@ bool Dorvy3Connection::isValid() const
     return handle && PQstatus(handle) == CONNECTION_OK;
 }
 
+bool Dorvy3Connection::isAlive()
+{
+    if (isValid()) {
+        // The verdict is the connection's status. Twice, as a server that goes says why before it
+        // hangs up, and one read takes in either.
+        PQconsumeInput(handle);
+        PQconsumeInput(handle);
+    }
+    return isValid();
+}
+
 void Dorvy3Connection::close()
 {
     if (!handle) {

@@ -44,6 +44,12 @@ public:
     /*! True when there is a handle and libpq believes it to be connected. */
     bool isValid() const;
 
+    /*!
+        isValid() after a look at what has come from the server: a server that has gone away is
+        noticed. Nothing is sent or waited for.
+    */
+    bool isAlive();
+
     /*! Finishes the handle. A second call does nothing. */
     void close();
 

@@ -40,7 +40,7 @@ QSharedPointer<Dorvy3Connection> Dorvy3Transacted::hlpTakeValid(const QString &c
     }
     while (!spares->isEmpty()) {
         QSharedPointer<Dorvy3Connection> connection = spares->takeLast();
-        if (connection && connection->isValid()) {
+        if (connection && connection->isAlive()) {
             return connection;
         }
     }

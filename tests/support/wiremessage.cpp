@@ -143,7 +143,8 @@ QString WireWords::hlpFrontend(const WireMessage &message)
     case 'P': {
         const QString name = hlpName(reader.text());
         const QString sql = hlpQuoted(reader.text());
-        return QStringLiteral("Parse %1 %2 %3").arg(name, sql).arg(reader.int16());
+        return QStringLiteral("Parse ") + name + QLatin1Char(' ') + sql + QLatin1Char(' ') +
+               QString::number(reader.int16());
     }
     case 'B':
         return hlpBind(message.body);
