@@ -4,7 +4,7 @@
 # jemalloc, which the plugin is linked against (see docs/architecture.md, Allocator).
 
 set(DORVY_JEMALLOC bundled CACHE STRING
-    "jemalloc: bundled (built by scripts/setup), system (Debian's libjemalloc-dev) or off")
+    "jemalloc: bundled (built by scripts/setup), system (Debian's libjemalloc2) or off")
 set_property(CACHE DORVY_JEMALLOC PROPERTY STRINGS bundled system off)
 set(DORVY_JEMALLOC_DIR "${CMAKE_CURRENT_SOURCE_DIR}/.deps/jemalloc" CACHE PATH
     "Where scripts/setup puts the bundled jemalloc")
@@ -19,7 +19,11 @@ if(DORVY_JEMALLOC STREQUAL "bundled")
             "or choose DORVY_JEMALLOC=system or off.")
     endif()
 elseif(DORVY_JEMALLOC STREQUAL "system")
-    find_library(DORVY_JEMALLOC_FILE jemalloc REQUIRED)
+    find_library(DORVY_JEMALLOC_FILE NAMES jemalloc libjemalloc.so.2)
+    if(NOT DORVY_JEMALLOC_FILE)
+        message(FATAL_ERROR "Found no jemalloc of the system; DORVY_JEMALLOC=system needs one "
+            "(Debian: libjemalloc2).")
+    endif()
     message(WARNING "DORVY_JEMALLOC=system: Debian's jemalloc uses initial-exec thread-local "
         "storage, so the plugin loads only into a process that already has it: link the "
         "application against libjemalloc.so.2 or start it with LD_PRELOAD=libjemalloc.so.2.")
