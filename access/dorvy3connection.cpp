@@ -7,6 +7,7 @@
 #include "access/dorvy3codec_p.h"
 #include "access/dorvy3pgresult_p.h"
 #include "access/dorvy3texts_p.h"
+#include "client/ppqsettle.h"
 
 #include <QtCore/QTextCodec>
 
@@ -98,14 +99,7 @@ QString Dorvy3Connection::client(const char *bytes, int length) const
 
 bool Dorvy3Connection::settle()
 {
-    while (const PgResultPtr result{PQgetResult(handle)}) {
-        const ExecStatusType status = PQresultStatus(result.get());
-        // libpq announces a copy anew each time it is asked.
-        if (status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH) {
-            break;
-        }
-    }
-    return isValid();
+    return ppqSettle(handle) && isValid();
 }
 
 QSqlError Dorvy3Connection::hlpCommand(const char *sql, const QString &failure)

@@ -63,9 +63,10 @@ public:
     QString client(const char *bytes, int length) const;
 
     /*!
-        Takes in what is outstanding of an earlier command, such as the answer to a close, and tells
-        whether the connection is valid after it. Until then libpq's transaction status is "active"
-        whatever the state is. A copy that is under way is left alone.
+        Takes in the answer to a close, if one is outstanding, and tells whether the connection is
+        valid after it. Until then libpq's transaction status is "active" whatever the state is, and
+        a statement whose portal failed to close is still there. To be called before libpq's own
+        calls; a copy that is under way is left alone.
     */
     bool settle();
 

@@ -52,7 +52,7 @@ bool Dorvy3Statement::prep(const QString &text, const QSharedPointer<Dorvy3Conne
 {
     hlpReport(error, QSqlError());
     hlpClear();
-    if (!connection || !connection->isValid()) {
+    if (!connection || !connection->settle()) {
         hlpReport(error, QSqlError(cannotPrepare(), noConnection(), QSqlError::StatementError,
                                    QStringLiteral("0")));
         return false;

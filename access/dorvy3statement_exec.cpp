@@ -49,7 +49,7 @@ QSharedPointer<Dorvy3Connection> Dorvy3Statement::hlpUsableConnection(QSqlError 
         return {};
     }
     QSharedPointer<Dorvy3Connection> connection = description->connection;
-    if (!connection || !connection->isValid()) {
+    if (!connection || !connection->settle()) {
         hlpReport(error, QSqlError(cannotExecutePrepared(), noConnection(),
                                    QSqlError::StatementError, nativeZero));
         return {};

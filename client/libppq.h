@@ -71,13 +71,15 @@ PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGre
  * PPQclose
  *     Close a portal, a prepared statement, or both.
  *
- * portalName  the portal; NULL for none
- * stmtName    the prepared statement, closed also when closing the portal fails; NULL for none
+ * portalName  the portal, closed first; NULL for none
+ * stmtName    the prepared statement; NULL for none
  *
  * A name that the server does not know is not an error.  The call does not wait for the server's
  * answer: whatever comes next on the connection takes it in, as it would any unfetched result,
  * and PQtransactionStatus says PQTRANS_ACTIVE until then.  A failure on the server is therefore
- * dropped with the answer; the transaction status tells that one happened.
+ * dropped with the answer; the transaction status tells that one happened.  Closing a portal can
+ * fail, and the server then ignores the close of the statement behind it: the operations here
+ * send that again, libpq's own calls do not (ppqSettle, in ppqsettle.h, before them does).
  *
  * The close of a portal alone stays in the send buffer, for the run that binds the portal again
  * to take it along; any other call on the connection, PQflush included, sends it.

@@ -17,7 +17,14 @@
 #define PPQ_LENGTH_BYTES 4
 #define PPQ_HEADER_BYTES 5
 
-/* ---- ppqcycle.c: one query cycle, from an idle connection to an idle connection ---- */
+/*
+ * The class of a PPQclose in libpq's command queue.  libpq compares classes with its own only, and
+ * so treats it like PGQUERY_EXTENDED.  The entry's query, which libpq frees, is the name of a
+ * statement whose Close stands behind that of its portal, or NULL.
+ */
+#define PPQ_QUERY_CLOSE ((PGQueryClass)'C')
+
+/* ---- ppqbegin.c: the beginning of a query cycle, from an idle connection ---- */
 
 /* Whether the connection can take an extended query; says why not in its error message. */
 bool ppqCanSend(PGconn *conn);
@@ -42,7 +49,9 @@ bool ppqBeginAfterClose(PGconn *conn);
  * Enters the cycle into libpq's command queue: from here on its answer is outstanding.  False:
  * no memory; nothing has been sent.
  */
-bool ppqEnqueue(PGconn *conn);
+bool ppqEnqueue(PGconn *conn, PGQueryClass queryClass);
+
+/* ---- ppqcycle.c: the end of a query cycle, to an idle connection ---- */
 
 /*
  * Gives up a connection whose messages could be sent only in part: the server waits for the
@@ -52,6 +61,9 @@ PGresult *ppqFailedSend(PGconn *conn);
 
 /* Sends what is in the buffer, takes in the whole answer and returns its last result. */
 PGresult *ppqFinish(PGconn *conn);
+
+/* The length word of the message at buffer, which has at least a whole header. */
+uint32 ppqMessageLength(const char *buffer);
 
 /* ---- ppqmessage.c: the messages ---- */
 

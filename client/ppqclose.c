@@ -11,36 +11,51 @@
 /*
  * A Close that fails on the server makes it ignore everything up to the next Sync, a plain query
  * too; so a Close never stands in the send buffer without its Sync behind it.
- *
- * Only a portal's can fail, as it shuts the executor down (seen with a foreign table whose server
- * is gone).  The statement's therefore goes in front of it: behind it, it would be ignored, and the
- * name would meet the next statement that is given it.  To the server the order is the same, as an
- * open portal keeps the plan that it runs.
  */
 static bool ppqPutCloses(PGconn *conn, const char *portalName, const char *stmtName)
 {
-    if (stmtName != NULL && !ppqPutClose(conn, 'S', stmtName))
-        return false;
     if (portalName != NULL && !ppqPutClose(conn, 'P', portalName))
+        return false;
+    if (stmtName != NULL && !ppqPutClose(conn, 'S', stmtName))
         return false;
     return ppqPutSync(conn);
 }
 
+static size_t ppqCloseBytes(const char *portalName, const char *stmtName)
+{
+    return PPQ_HEADER_BYTES + (portalName != NULL ? ppqNameBytes(portalName) : 0) +
+           (stmtName != NULL ? ppqNameBytes(stmtName) : 0);
+}
+
+/*
+ * Opens a cycle for the messages and notes the statement with it: a portal's Close can fail, and
+ * then takes the one behind it along; see ppqBegin.
+ */
+static bool ppqBeginClose(PGconn *conn, const char *stmtName)
+{
+    char *name = stmtName != NULL ? strdup(stmtName) : NULL;
+
+    if (stmtName != NULL && name == NULL) {
+        ppqSetError(conn, "out of memory");
+        return false;
+    }
+    if (!ppqBeginAfterClose(conn) || !ppqEnqueue(conn, PPQ_QUERY_CLOSE)) {
+        free(name);
+        return false;
+    }
+    free(conn->cmd_queue_head->query);
+    conn->cmd_queue_head->query = name;
+    return true;
+}
+
 int PPQclose(PGconn *conn, const char *portalName, const char *stmtName)
 {
-    size_t bytes = PPQ_HEADER_BYTES;
-
     if (conn == NULL)
         return 0;
     if (portalName == NULL && stmtName == NULL)
         return 1;
-    if (!ppqCanSend(conn))
-        return 0;
-    if (portalName != NULL)
-        bytes += ppqNameBytes(portalName);
-    if (stmtName != NULL)
-        bytes += ppqNameBytes(stmtName);
-    if (!ppqReserve(conn, bytes) || !ppqBeginAfterClose(conn) || !ppqEnqueue(conn))
+    if (!ppqCanSend(conn) || !ppqReserve(conn, ppqCloseBytes(portalName, stmtName)) ||
+        !ppqBeginClose(conn, stmtName))
         return 0;
     if (!ppqPutCloses(conn, portalName, stmtName)) {
         PQclear(ppqFailedSend(conn));

@@ -2,7 +2,7 @@
  * SPDX-FileCopyrightText: 2026 the DORVY driver developers
  * SPDX-License-Identifier: MIT
  *
- * One query cycle on libpq's connection structure: begin, send, and a message loop that knows
+ * The end of a query cycle on libpq's connection structure: a message loop that knows
  * PortalSuspended, which libpq's own parser does not.
  */
 #include "ppq_p.h"
@@ -12,127 +12,12 @@
 #include "port/pg_bswap.h"
 #include "pqexpbuffer.h"
 
-void ppqSetError(PGconn *conn, const char *text)
-{
-    pqClearConnErrorState(conn);
-    appendPQExpBuffer(&conn->errorMessage, "%s\n", text);
-}
-
-bool ppqCanSend(PGconn *conn)
-{
-    if (conn->status != CONNECTION_OK) {
-        ppqSetError(conn, "no connection to the server");
-        return false;
-    }
-    if (conn->pipelineStatus != PQ_PIPELINE_OFF) {
-        ppqSetError(conn, "portal operations are not allowed in pipeline mode");
-        return false;
-    }
-    return true;
-}
-
-/* Ends the copy that a discarded result announces; libpq's answer to it is discarded in turn. */
-static bool ppqEndCopy(PGconn *conn, ExecStatusType status)
-{
-    if (status == PGRES_COPY_IN)
-        return PQputCopyEnd(conn, "COPY terminated by a new command") >= 0;
-    if (status == PGRES_COPY_OUT)
-        conn->asyncStatus = PGASYNC_BUSY; /* libpq then drops the rest of the data */
-    if (status == PGRES_COPY_BOTH) {
-        ppqSetError(conn, "portal operations are not allowed during COPY BOTH");
-        return false;
-    }
-    return true;
-}
-
-bool ppqBegin(PGconn *conn)
-{
-    PGresult *result;
-
-    while ((result = PQgetResult(conn)) != NULL) {
-        const ExecStatusType status = PQresultStatus(result);
-
-        PQclear(result);
-        if (!ppqEndCopy(conn, status) || conn->status == CONNECTION_BAD)
-            return false;
-    }
-    pqClearConnErrorState(conn);
-    pqClearAsyncResult(conn);
-    conn->singleRowMode = false;
-    return true;
-}
-
-/* The length word of the message at buffer, which has at least a whole header. */
-static uint32 ppqMessageLength(const char *buffer)
+uint32 ppqMessageLength(const char *buffer)
 {
     uint32 length;
 
     memcpy(&length, buffer + 1, sizeof(length));
     return pg_ntoh32(length);
-}
-
-/*
- * Whether the send buffer holds nothing but Close messages and their Sync.  A connection in
- * blocking mode keeps no other call's bytes there, so these are whole and unsent.
- */
-static bool ppqHasUnsentClose(const PGconn *conn)
-{
-    int at = 0;
-
-    if (conn->asyncStatus != PGASYNC_BUSY || conn->nonblocking)
-        return false;
-    while (conn->outCount - at >= PPQ_HEADER_BYTES && conn->outBuffer[at] == 'C') {
-        const uint32 length = ppqMessageLength(conn->outBuffer + at);
-
-        if (length < PPQ_LENGTH_BYTES || length >= (uint32)(conn->outCount - at))
-            return false;
-        at += 1 + (int)length;
-    }
-    return at > 0 && conn->outCount - at == PPQ_HEADER_BYTES && conn->outBuffer[at] == 'S';
-}
-
-bool ppqBeginAfterClose(PGconn *conn)
-{
-    if (!ppqHasUnsentClose(conn))
-        return ppqBegin(conn);
-    /* The cycle that the Close opened stays in libpq's queue and becomes ours. */
-    conn->outCount -= PPQ_HEADER_BYTES;
-    return true;
-}
-
-/* libpq keeps used entries for the next command; it frees them all with the connection. */
-static PGcmdQueueEntry *ppqTakeQueueEntry(PGconn *conn)
-{
-    PGcmdQueueEntry *entry = conn->cmd_queue_recycle;
-
-    if (entry == NULL)
-        return (PGcmdQueueEntry *)malloc(sizeof(PGcmdQueueEntry));
-    conn->cmd_queue_recycle = entry->next;
-    return entry;
-}
-
-bool ppqEnqueue(PGconn *conn)
-{
-    PGcmdQueueEntry *entry;
-
-    if (conn->asyncStatus != PGASYNC_IDLE)
-        return true; /* taken over from the Close in front */
-    entry = ppqTakeQueueEntry(conn);
-    if (entry == NULL) {
-        ppqSetError(conn, "out of memory");
-        return false;
-    }
-    entry->queryclass = PGQUERY_EXTENDED;
-    entry->query = NULL;
-    entry->next = NULL;
-    if (conn->cmd_queue_head == NULL) {
-        conn->cmd_queue_head = entry;
-    } else {
-        conn->cmd_queue_tail->next = entry;
-    }
-    conn->cmd_queue_tail = entry;
-    conn->asyncStatus = PGASYNC_BUSY;
-    return true;
 }
 
 /*

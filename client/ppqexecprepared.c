@@ -61,7 +61,8 @@ PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const
     }
     bytes = ppqBindBytes(stmtName, portalName, nParams, paramValues, paramLengths, paramFormats) +
             2 * ppqNameBytes(portalName) + PPQ_HEADER_BYTES;
-    if (!ppqReserve(conn, bytes) || !ppqBeginAfterClose(conn) || !ppqEnqueue(conn))
+    if (!ppqReserve(conn, bytes) || !ppqBeginAfterClose(conn) ||
+        !ppqEnqueue(conn, PGQUERY_EXTENDED))
         return NULL;
     if (!ppqPutBind(conn, stmtName, portalName, nParams, paramValues, paramLengths, paramFormats,
                     resultFormat) ||

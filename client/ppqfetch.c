@@ -28,7 +28,7 @@ static bool ppqIsExhausted(const PGresult *page)
 /* Execute alone is answered without a column description: the rows join that of page. */
 static PGresult *ppqFetchInto(PGconn *conn, int maxRows, const char *portalName, PGresult *page)
 {
-    if (!ppqEnqueue(conn)) {
+    if (!ppqEnqueue(conn, PGQUERY_EXTENDED)) {
         PQclear(page);
         return NULL;
     }

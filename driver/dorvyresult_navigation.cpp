@@ -87,7 +87,7 @@ QVariant DorvyResult::lastInsertId() const
         return QVariant();
     }
     const QSharedPointer<Dorvy3Connection> connection = d->page->connection;
-    if (!connection || !connection->isValid()) {
+    if (!connection || !connection->settle()) {
         return QVariant();
     }
     const PgResultPtr result(PQexec(connection->connection(), "SELECT lastval()"));

@@ -3,6 +3,7 @@
 //
 // The client extension against a real server, its words recorded on the wire.
 #include "client/libppq.h"
+#include "client/ppqsettle.h"
 
 #include "tests/support/pgcluster.h"
 #include "tests/support/wireproxy.h"
@@ -65,7 +66,10 @@ private slots:
     void closeKeepsStandardCallsWorking();
     void closeEndsCopyIn();
     void closeEndsCopyOut();
+    void failedCloseLosesNothing_data();
     void failedCloseLosesNothing();
+    void settleLeavesCopiesAlone();
+    void settleWithoutConnection();
 
     void misuseNull();
     void misuseNames_data();
@@ -370,7 +374,7 @@ void tst_LibPpq::closeDoesNotWait()
     QCOMPARE(PQtransactionStatus(conn.get()), PQTRANS_ACTIVE);
     proxy->holdReplies(false);
     QCOMPARE(value(run("SELECT 'next'"), 0), QByteArray("next"));
-    QCOMPARE(proxy->frontend(), QStringList({own + "> Close S \"st\"", own + "> Close P \"po\"",
+    QCOMPARE(proxy->frontend(), QStringList({own + "> Close P \"po\"", own + "> Close S \"st\"",
                                              own + "> Sync", own + "> Query \"SELECT 'next'\""}));
 }
 
@@ -488,8 +492,16 @@ void tst_LibPpq::closeEndsCopyOut()
     QCOMPARE(PQtransactionStatus(conn.get()), PQTRANS_INTRANS);
 }
 
+void tst_LibPpq::failedCloseLosesNothing_data()
+{
+    QTest::addColumn<bool>("settle");
+    QTest::newRow("settled before libpq's own calls") << true;
+    QTest::newRow("followed by a portal operation") << false;
+}
+
 void tst_LibPpq::failedCloseLosesNothing()
 {
+    QFETCH(bool, settle);
     // A foreign table's portal fails to close when its server is gone.
     PgCluster remote;
     QVERIFY2(remote.start(), qPrintable(remote.why()));
@@ -512,10 +524,33 @@ void tst_LibPpq::failedCloseLosesNothing()
     QVERIFY2(PQntuples(page.get()) == 2, PQerrorMessage(conn.get()));
     remote.stop("immediate");
     QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+    if (settle) {
+        QCOMPARE(ppqSettle(conn.get()), 1);
+        QCOMPARE(PQtransactionStatus(conn.get()), PQTRANS_INERROR);
+    } else {
+        QCOMPARE(PPQclose(conn.get(), nullptr, "other"), 1); // takes the answer in likewise
+    }
     QCOMPARE(PQresultStatus(run("ROLLBACK").get()), PGRES_COMMAND_OK);
     QCOMPARE(PQtransactionStatus(conn.get()), PQTRANS_IDLE);
     QCOMPARE(value(run("SELECT count(*) FROM pg_prepared_statements"), 0), QByteArray("0"));
     run("DROP EXTENSION postgres_fdw CASCADE");
+}
+
+void tst_LibPpq::settleLeavesCopiesAlone()
+{
+    QCOMPARE(PQresultStatus(run("COPY (SELECT 1) TO STDOUT").get()), PGRES_COPY_OUT);
+    QCOMPARE(ppqSettle(conn.get()), 1);
+    QCOMPARE(PQtransactionStatus(conn.get()), PQTRANS_ACTIVE);
+    char *line = nullptr;
+    QCOMPARE(PQgetCopyData(conn.get(), &line, 0), 2);
+    PQfreemem(line);
+}
+
+void tst_LibPpq::settleWithoutConnection()
+{
+    QCOMPARE(ppqSettle(nullptr), 0);
+    const ConnectionPtr lost(PQconnectdb("host=/nowhere"));
+    QCOMPARE(ppqSettle(lost.get()), 0);
 }
 
 void tst_LibPpq::misuseNull()

@@ -1,0 +1,190 @@
+/*
+ * SPDX-FileCopyrightText: 2026 the DORVY driver developers
+ * SPDX-License-Identifier: MIT
+ *
+ * The beginning of a query cycle on libpq's connection structure: what is outstanding is taken in,
+ * and a Close that the server has ignored is sent again.
+ */
+#include "ppq_p.h"
+
+#include "pqexpbuffer.h"
+
+#include "ppqsettle.h"
+
+void ppqSetError(PGconn *conn, const char *text)
+{
+    pqClearConnErrorState(conn);
+    appendPQExpBuffer(&conn->errorMessage, "%s\n", text);
+}
+
+bool ppqCanSend(PGconn *conn)
+{
+    if (conn->status != CONNECTION_OK) {
+        ppqSetError(conn, "no connection to the server");
+        return false;
+    }
+    if (conn->pipelineStatus != PQ_PIPELINE_OFF) {
+        ppqSetError(conn, "portal operations are not allowed in pipeline mode");
+        return false;
+    }
+    return true;
+}
+
+/* Ends the copy that a discarded result announces; libpq's answer to it is discarded in turn. */
+static bool ppqEndCopy(PGconn *conn, ExecStatusType status)
+{
+    if (status == PGRES_COPY_IN)
+        return PQputCopyEnd(conn, "COPY terminated by a new command") >= 0;
+    if (status == PGRES_COPY_OUT)
+        conn->asyncStatus = PGASYNC_BUSY; /* libpq then drops the rest of the data */
+    if (status == PGRES_COPY_BOTH) {
+        ppqSetError(conn, "portal operations are not allowed during COPY BOTH");
+        return false;
+    }
+    return true;
+}
+
+/* Takes in and drops every result that is outstanding; tells in failed whether one was an error. */
+static bool ppqDiscard(PGconn *conn, bool *failed)
+{
+    PGresult *result;
+
+    while ((result = PQgetResult(conn)) != NULL) {
+        const ExecStatusType status = PQresultStatus(result);
+
+        PQclear(result);
+        if (status == PGRES_FATAL_ERROR)
+            *failed = true;
+        if (!ppqEndCopy(conn, status) || conn->status == CONNECTION_BAD)
+            return false;
+    }
+    pqClearConnErrorState(conn);
+    pqClearAsyncResult(conn);
+    conn->singleRowMode = false;
+    return true;
+}
+
+/* Whether what is outstanding is the answer to a PPQclose. */
+static bool ppqIsClosing(const PGconn *conn)
+{
+    return conn->asyncStatus != PGASYNC_IDLE && conn->cmd_queue_head != NULL &&
+           conn->cmd_queue_head->queryclass == PPQ_QUERY_CLOSE;
+}
+
+/*
+ * The statement whose Close stands behind its portal's in the outstanding cycle; NULL if there is
+ * none.  The name is the caller's to free.
+ */
+static char *ppqTakeClosing(PGconn *conn)
+{
+    char *name;
+
+    if (!ppqIsClosing(conn))
+        return NULL;
+    name = conn->cmd_queue_head->query;
+    conn->cmd_queue_head->query = NULL;
+    return name;
+}
+
+/* Closes a statement whose Close the server has ignored, and takes the answer in. */
+static bool ppqCloseAgain(PGconn *conn, const char *stmtName)
+{
+    bool failed = false;
+
+    if (!ppqReserve(conn, ppqNameBytes(stmtName) + PPQ_HEADER_BYTES) ||
+        !ppqEnqueue(conn, PGQUERY_EXTENDED))
+        return false;
+    if (!ppqPutClose(conn, 'S', stmtName) || !ppqPutSync(conn)) {
+        PQclear(ppqFailedSend(conn));
+        return false;
+    }
+    return ppqDiscard(conn, &failed);
+}
+
+bool ppqBegin(PGconn *conn)
+{
+    char *stmtName = ppqTakeClosing(conn);
+    bool failed = false;
+    bool ready = ppqDiscard(conn, &failed);
+
+    if (ready && failed && stmtName != NULL)
+        ready = ppqCloseAgain(conn, stmtName);
+    free(stmtName);
+    return ready;
+}
+
+int ppqSettle(PGconn *conn)
+{
+    if (conn == NULL || conn->status != CONNECTION_OK)
+        return 0;
+    return !ppqIsClosing(conn) || ppqBegin(conn);
+}
+
+/*
+ * Whether the send buffer holds nothing but Close messages and their Sync.  A connection in
+ * blocking mode keeps no other call's bytes there, so these are whole and unsent.
+ */
+static bool ppqHasUnsentClose(const PGconn *conn)
+{
+    int at = 0;
+
+    if (!ppqIsClosing(conn) || conn->asyncStatus != PGASYNC_BUSY || conn->nonblocking)
+        return false;
+    while (conn->outCount - at >= PPQ_HEADER_BYTES && conn->outBuffer[at] == 'C') {
+        const uint32 length = ppqMessageLength(conn->outBuffer + at);
+
+        if (length < PPQ_LENGTH_BYTES || length >= (uint32)(conn->outCount - at))
+            return false;
+        at += 1 + (int)length;
+    }
+    return at > 0 && conn->outCount - at == PPQ_HEADER_BYTES && conn->outBuffer[at] == 'S';
+}
+
+bool ppqBeginAfterClose(PGconn *conn)
+{
+    if (!ppqHasUnsentClose(conn))
+        return ppqBegin(conn);
+    /* The cycle that the Close opened stays in libpq's queue and becomes ours. */
+    conn->outCount -= PPQ_HEADER_BYTES;
+    return true;
+}
+
+/* libpq keeps used entries for the next command; it frees them all with the connection. */
+static PGcmdQueueEntry *ppqTakeQueueEntry(PGconn *conn)
+{
+    PGcmdQueueEntry *entry = conn->cmd_queue_recycle;
+
+    if (entry == NULL)
+        return (PGcmdQueueEntry *)malloc(sizeof(PGcmdQueueEntry));
+    conn->cmd_queue_recycle = entry->next;
+    return entry;
+}
+
+static void ppqAppendQueueEntry(PGconn *conn, PGcmdQueueEntry *entry)
+{
+    entry->query = NULL;
+    entry->next = NULL;
+    if (conn->cmd_queue_head == NULL) {
+        conn->cmd_queue_head = entry;
+    } else {
+        conn->cmd_queue_tail->next = entry;
+    }
+    conn->cmd_queue_tail = entry;
+    conn->asyncStatus = PGASYNC_BUSY;
+}
+
+bool ppqEnqueue(PGconn *conn, PGQueryClass queryClass)
+{
+    /* A cycle taken over from an unsent Close is in the queue already. */
+    if (conn->asyncStatus == PGASYNC_IDLE) {
+        PGcmdQueueEntry *entry = ppqTakeQueueEntry(conn);
+
+        if (entry == NULL) {
+            ppqSetError(conn, "out of memory");
+            return false;
+        }
+        ppqAppendQueueEntry(conn, entry);
+    }
+    conn->cmd_queue_head->queryclass = queryClass;
+    return true;
+}
