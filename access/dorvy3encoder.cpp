@@ -132,6 +132,18 @@ QDateTime hlpToDateTime(const QVariant &value)
     return delphidatetime(value.toDouble());
 }
 
+// Microseconds from 2000-01-01; false where they do not fit into 64 bits.
+bool hlpToUsec(qint64 day, qint64 usecOfDay, qint64 *usec)
+{
+    // Towards zero, so that a day whose midnight does not fit can have a time that does.
+    if (day < 0) {
+        ++day;
+        usecOfDay -= UsecPerDay;
+    }
+    return !__builtin_mul_overflow(day, UsecPerDay, usec) &&
+           !__builtin_add_overflow(*usec, usecOfDay, usec);
+}
+
 // The fields go as they stand: no conversion to UTC, for timestamptz neither.
 Dorvy3Encoding hlpEncodeTimestamp(const QVariant &value, QByteArray &out, int *length)
 {
@@ -140,11 +152,10 @@ Dorvy3Encoding hlpEncodeTimestamp(const QVariant &value, QByteArray &out, int *l
         return Dorvy3Encoding::NoConversion;
     }
     const QDate date = moment.date();
-    const qint64 day = hlpPgDay(date.year(), date.month(), date.day());
-    const qint64 lastDay = std::numeric_limits<qint64>::max() / UsecPerDay - 1;
-    const bool fits = day >= -lastDay && day <= lastDay;
-    return hlpWriteInteger(fits, fits ? day * UsecPerDay + hlpUsecOfDay(moment.time()) : 0, out,
-                           length);
+    qint64 usec = 0;
+    const bool fits = hlpToUsec(hlpPgDay(date.year(), date.month(), date.day()),
+                                hlpUsecOfDay(moment.time()), &usec);
+    return hlpWriteInteger(fits, usec, out, length);
 }
 
 // The digits of a whole number that is not negative.
