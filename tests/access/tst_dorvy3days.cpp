@@ -11,8 +11,8 @@
 
 namespace {
 
-const double Infinity = std::numeric_limits<double>::infinity();
-const double NotANumber = std::numeric_limits<double>::quiet_NaN();
+constexpr double Infinity = std::numeric_limits<double>::infinity();
+constexpr double NotANumber = std::numeric_limits<double>::quiet_NaN();
 
 } // namespace
 
