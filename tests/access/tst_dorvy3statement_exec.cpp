@@ -495,6 +495,7 @@ void tst_Dorvy3Statement_Exec::valuesOnTheWire()
                          QVariant(-1), QVariant(QStringLiteral("xyz"))},
                         nullptr, -1);
     QVERIFY(page);
+    const char *bind = "> Bind P1 S1 [00000007:1, NULL:1, d0b6:1, ffff:1, 78797a:1] 1";
     QCOMPARE(proxy->conversation(),
              numbered({"> Close P P1", bind, "> Describe P P1", "> Execute P1 128", "> Sync",
                        "< CloseComplete", "< BindComplete", "< RowDescription 5", "< DataRow x1",

@@ -20,7 +20,7 @@
 /*! Compares an error field by field; \a code is its nativeErrorCode(). */
 #define COMPARE_ERROR(error, errorType, driver, databaseTextOfError, code)                         \
     do {                                                                                           \
-        const QSqlError comparedError = (error);                                                   \
+        const QSqlError &comparedError = (error);                                                  \
         QCOMPARE(comparedError.driverText(), QString(driver));                                     \
         QCOMPARE(comparedError.databaseText(), QString(databaseTextOfError));                      \
         QCOMPARE(comparedError.type(), QSqlError::errorType);                                      \
