@@ -104,6 +104,7 @@ public:
     void run() override
     {
         QPluginLoader loader(arguments.at(0));
+        loader.setLoadHints(QLibrary::LoadHints()); // Qt's own hint would keep it loaded
         auto *plugin = qobject_cast<QSqlDriverPlugin *>(loader.instance());
         if (!plugin) {
             std::fprintf(stderr, "%s\n", qPrintable(loader.errorString()));
