@@ -13,6 +13,8 @@
 #include "libpq-fe.h"
 #include "libpq-int.h"
 
+StaticAssertDecl(PG_VERSION_NUM / 10000 == 15, "the extension works on libpq 15's structures");
+
 /* A frontend message without a body: its type byte and its length word, which counts itself. */
 #define PPQ_LENGTH_BYTES 4
 #define PPQ_HEADER_BYTES 5
@@ -54,10 +56,10 @@ bool ppqEnqueue(PGconn *conn, PGQueryClass queryClass);
 /* ---- ppqcycle.c: the end of a query cycle, to an idle connection ---- */
 
 /*
- * Gives up a connection whose messages could be sent only in part: the server waits for the
- * rest of them and would never answer.
+ * Gives up a connection whose messages could be sent, or whose answer could be received, only in
+ * part, and makes its error message a result.
  */
-PGresult *ppqFailedSend(PGconn *conn);
+PGresult *ppqFailedResult(PGconn *conn);
 
 /* Sends what is in the buffer, takes in the whole answer and returns its last result. */
 PGresult *ppqFinish(PGconn *conn);

@@ -19,6 +19,9 @@ void ppqSetError(PGconn *conn, const char *text)
 
 bool ppqCanSend(PGconn *conn)
 {
+    /* Unless the text belongs to an answer that is outstanding. */
+    if (conn->cmd_queue_head == NULL)
+        pqClearConnErrorState(conn);
     if (conn->status != CONNECTION_OK) {
         ppqSetError(conn, "no connection to the server");
         return false;
@@ -95,7 +98,7 @@ static bool ppqCloseAgain(PGconn *conn, const char *stmtName)
         !ppqEnqueue(conn, PGQUERY_EXTENDED))
         return false;
     if (!ppqPutClose(conn, 'S', stmtName) || !ppqPutSync(conn)) {
-        PQclear(ppqFailedSend(conn));
+        PQclear(ppqFailedResult(conn));
         return false;
     }
     return ppqDiscard(conn, &failed);
@@ -160,8 +163,9 @@ static PGcmdQueueEntry *ppqTakeQueueEntry(PGconn *conn)
     return entry;
 }
 
-static void ppqAppendQueueEntry(PGconn *conn, PGcmdQueueEntry *entry)
+static void ppqAppendQueueEntry(PGconn *conn, PGcmdQueueEntry *entry, PGQueryClass queryClass)
 {
+    entry->queryclass = queryClass;
     entry->query = NULL;
     entry->next = NULL;
     if (conn->cmd_queue_head == NULL) {
@@ -175,16 +179,18 @@ static void ppqAppendQueueEntry(PGconn *conn, PGcmdQueueEntry *entry)
 
 bool ppqEnqueue(PGconn *conn, PGQueryClass queryClass)
 {
-    /* A cycle taken over from an unsent Close is in the queue already. */
-    if (conn->asyncStatus == PGASYNC_IDLE) {
-        PGcmdQueueEntry *entry = ppqTakeQueueEntry(conn);
+    PGcmdQueueEntry *entry;
 
-        if (entry == NULL) {
-            ppqSetError(conn, "out of memory");
-            return false;
-        }
-        ppqAppendQueueEntry(conn, entry);
+    if (conn->asyncStatus != PGASYNC_IDLE) {
+        /* A cycle taken over from an unsent Close is in the queue already. */
+        conn->cmd_queue_tail->queryclass = queryClass;
+        return true;
     }
-    conn->cmd_queue_head->queryclass = queryClass;
+    entry = ppqTakeQueueEntry(conn);
+    if (entry == NULL) {
+        ppqSetError(conn, "out of memory");
+        return false;
+    }
+    ppqAppendQueueEntry(conn, entry, queryClass);
     return true;
 }

@@ -43,8 +43,8 @@ static bool ppqBeginClose(PGconn *conn, const char *stmtName)
         free(name);
         return false;
     }
-    free(conn->cmd_queue_head->query);
-    conn->cmd_queue_head->query = name;
+    free(conn->cmd_queue_tail->query);
+    conn->cmd_queue_tail->query = name;
     return true;
 }
 
@@ -58,7 +58,7 @@ int PPQclose(PGconn *conn, const char *portalName, const char *stmtName)
         !ppqBeginClose(conn, stmtName))
         return 0;
     if (!ppqPutCloses(conn, portalName, stmtName)) {
-        PQclear(ppqFailedSend(conn));
+        PQclear(ppqFailedResult(conn));
         return 0;
     }
     /* A portal alone waits for the Bind that reopens it, to share its write and its Sync. */

@@ -96,19 +96,17 @@ static bool ppqExchange(PGconn *conn)
     return unsent == 0 && pqWait(true, false, conn) == 0 && pqReadData(conn) >= 0;
 }
 
-/* Turns the connection's error message into the result of a cycle that has failed. */
-static PGresult *ppqFailedResult(PGconn *conn)
-{
-    pqSaveErrorResult(conn);
-    conn->asyncStatus = PGASYNC_IDLE;
-    return pqPrepareAsyncResult(conn);
-}
-
-PGresult *ppqFailedSend(PGconn *conn)
+/*
+ * Gives the connection up and turns its error message into the result of the cycle.  The rest of
+ * an answer may still be under way, and would be taken for that of the next cycle.
+ */
+PGresult *ppqFailedResult(PGconn *conn)
 {
     pqDropConnection(conn, true);
     conn->status = CONNECTION_BAD;
-    return ppqFailedResult(conn);
+    pqSaveErrorResult(conn);
+    conn->asyncStatus = PGASYNC_IDLE;
+    return pqPrepareAsyncResult(conn);
 }
 
 /* libpq keeps a write error back, in case the server's last words explain it better. */
@@ -158,7 +156,11 @@ PGresult *ppqFinish(PGconn *conn)
         ppqSetError(conn, "the server answered without a result");
         return NULL;
     }
-    /* libpq's complaints about a row or column out of range stay off standard error. */
-    last->noticeHooks.noticeRec = NULL;
+    /*
+     * libpq's complaints about a row or column out of range stay off standard error.  Only a page's:
+     * the error that tells of no memory is a constant.
+     */
+    if (PQresultStatus(last) == PGRES_TUPLES_OK)
+        last->noticeHooks.noticeRec = NULL;
     return last;
 }

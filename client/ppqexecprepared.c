@@ -68,6 +68,6 @@ PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const
                     resultFormat) ||
         !ppqPutDescribePortal(conn, portalName) || !ppqPutExecute(conn, portalName, maxRows) ||
         !ppqPutSync(conn))
-        return ppqFailedSend(conn);
+        return ppqFailedResult(conn);
     return ppqFinish(conn);
 }

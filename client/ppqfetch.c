@@ -25,6 +25,15 @@ static bool ppqIsExhausted(const PGresult *page)
     return page->cmdStatus[0] != '\0';
 }
 
+/* The tag that the server gives a portal that is run again at its end: the same, of no rows. */
+static void ppqZeroTag(PGresult *page)
+{
+    char *count = strrchr(page->cmdStatus, ' ');
+
+    if (count != NULL)
+        strlcpy(count + 1, "0", 2);
+}
+
 /* Execute alone is answered without a column description: the rows join that of page. */
 static PGresult *ppqFetchInto(PGconn *conn, int maxRows, const char *portalName, PGresult *page)
 {
@@ -34,7 +43,7 @@ static PGresult *ppqFetchInto(PGconn *conn, int maxRows, const char *portalName,
     }
     conn->result = page;
     if (!ppqPutExecute(conn, portalName, maxRows) || !ppqPutSync(conn))
-        return ppqFailedSend(conn);
+        return ppqFailedResult(conn);
     return ppqFinish(conn);
 }
 
@@ -58,7 +67,9 @@ PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGre
         ppqSetError(conn, "out of memory");
         return NULL;
     }
-    if (ppqIsExhausted(previous))
+    if (ppqIsExhausted(previous)) {
+        ppqZeroTag(page);
         return page;
+    }
     return ppqFetchInto(conn, maxRows, portalName, page);
 }

@@ -207,6 +207,8 @@ void tst_LibPpq::exhaustedFetchSendsNothing()
     QCOMPARE(PQresultStatus(second.get()), PGRES_TUPLES_OK);
     QCOMPARE(PQntuples(second.get()), 0);
     QCOMPARE(PQnfields(second.get()), 1);
+    QCOMPARE(QByteArray(PQcmdStatus(second.get())),
+             QByteArray("SELECT 0")); // the server's own words
     const ResultPtr third = fetch(10, second);
     QCOMPARE(PQresultStatus(third.get()), PGRES_TUPLES_OK);
     QCOMPARE(PQntuples(third.get()), 0);
