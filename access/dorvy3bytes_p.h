@@ -12,7 +12,7 @@
 
 /*!
     Reads big-endian values from a stretch of bytes, one behind the other. A read that would pass
-   the end gives 0 and spoils the reader: check isGood() before believing anything.
+    the end gives 0 and spoils the reader: check isGood() before believing anything.
 */
 class Dorvy3ByteReader
 {
@@ -64,7 +64,7 @@ private:
 
 /*!
     Writes behind the end of a byte array, into its reserved space and without changing its size:
-   the caller takes the bytes in by resizing. The constructor reserves \a needed bytes and gives the
+    the caller takes the bytes in by resizing. The constructor reserves \a needed bytes and gives the
     array memory of its own; a write that would pass them is not made.
 */
 class Dorvy3ByteWriter

@@ -5,7 +5,7 @@
 #include "access/dorvy3connection.h"
 
 #include "access/dorvy3codec_p.h"
-#include "access/dorvy3pgresult_p.h"
+#include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3texts_p.h"
 #include "client/ppqsettle.h"
 

@@ -72,7 +72,7 @@ public:
 
     /*!
         Sends \a searchPath, a schema list in SQL syntax, as it stands; empty sends nothing. What
-       the server answers is not looked at.
+        the server answers is not looked at.
     */
     void setSearchPath(const QString &searchPath);
 

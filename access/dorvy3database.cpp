@@ -6,6 +6,7 @@
 
 #include "access/dorvy3connection.h"
 #include "access/dorvy3errors_p.h"
+#include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3texts_p.h"
 #include "access/dorvy3transacted.h"
 
@@ -63,15 +64,13 @@ QSqlError Dorvy3Database::open(const QString &db, const QString &user, const QSt
     connectionString.clear();
     schema.clear();
     const QString arguments = hlpConnectionString(db, user, password, host, port, connOpts);
-    PGconn *handle = PQconnectdb(arguments.toLatin1().constData());
-    if (PQstatus(handle) != CONNECTION_OK) { // a null handle is not OK either
-        QSqlError error = hlpError(handle, QSqlError::ConnectionError, connectFailed());
-        PQfinish(handle);
-        return error;
+    PgConnectionPtr handle(PQconnectdb(arguments.toLatin1().constData()));
+    if (PQstatus(handle.get()) != CONNECTION_OK) { // a null handle is not OK either
+        return hlpError(handle.get(), QSqlError::ConnectionError, connectFailed());
     }
     connectionString = arguments;
     schema = schemaList;
-    connection = QSharedPointer<Dorvy3Connection>::create(handle, schema);
+    connection = QSharedPointer<Dorvy3Connection>::create(handle.release(), schema);
     return QSqlError();
 }
 

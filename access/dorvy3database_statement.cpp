@@ -6,7 +6,7 @@
 
 #include "access/dorvy3connection.h"
 #include "access/dorvy3errors_p.h"
-#include "access/dorvy3pgresult_p.h"
+#include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3statement.h"
 #include "access/dorvy3texts_p.h"
 #include "access/dorvy3transacted.h"

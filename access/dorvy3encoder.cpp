@@ -23,11 +23,16 @@
 
 namespace {
 
+constexpr int Float8Bytes = 8;
+
 // Base-10000 digits, least significant first. The largest double has 78.
 using NumericDigits = QVarLengthArray<quint16, 80>;
 
 Dorvy3Encoding hlpWriteBytes(const QByteArray &bytes, QByteArray &out, int *length)
 {
+    if (bytes.size() > std::numeric_limits<int>::max() - out.size()) {
+        return Dorvy3Encoding::NoConversion; // more than a message can hold
+    }
     Dorvy3ByteWriter(out, bytes.size()).writeBytes(bytes.constData(), bytes.size());
     *length = bytes.size();
     return Dorvy3Encoding::Done;
@@ -81,7 +86,7 @@ Dorvy3Encoding hlpEncodeFloat4(const QVariant &value, QByteArray &out, int *leng
     }
     // Eight bytes are taken in and sent, although a float4 has four; so the other four must not
     // be what the buffer held before. Meant; see tst_dorvy3encoder, float4SendsEightBytes.
-    *length = 8;
+    *length = Float8Bytes;
     Dorvy3ByteWriter writer(out, *length);
     writer.writeFloat(number);
     writer.write<quint32>(0);
@@ -95,7 +100,7 @@ Dorvy3Encoding hlpEncodeFloat8(const QVariant &value, QByteArray &out, int *leng
     if (!ok) {
         return Dorvy3Encoding::NoConversion;
     }
-    *length = 8;
+    *length = Float8Bytes;
     Dorvy3ByteWriter(out, *length).writeDouble(number);
     return Dorvy3Encoding::Done;
 }

@@ -18,8 +18,8 @@ enum class Dorvy3Encoding {
 
 /*!
     Writes \a value, which is not null, in PostgreSQL's binary format for type \a ptype behind the
-   end of \a out, into its reserved space and without changing its size. Texts go through \a
-   connection's server codec. \a length receives the number of bytes to take in.
+    end of \a out, into its reserved space and without changing its size. Texts go through \a
+    connection's server codec. \a length receives the number of bytes to take in.
 
     Source: PostgreSQL's send and receive functions of the types.
 */

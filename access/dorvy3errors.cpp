@@ -14,7 +14,14 @@ QSqlError hlpConnectionError(const PGconn *connection, QSqlError::ErrorType type
     QString message;
     if (connection) {
         const Dorvy3Codecs codecs = hlpCodecs(connection, QTextCodec::codecForName("CP1251"));
-        message = codecs.client->toUnicode(PQerrorMessage(connection));
+        const char *text8 = PQerrorMessage(connection);
+        message = codecs.client ? codecs.client->toUnicode(text8) : QString::fromLatin1(text8);
     }
     return QSqlError(message, text, type);
+}
+
+QSqlError hlpRefusal(const QString &operation, const QString &reason)
+{
+    // The code is what Qt's constructor with a native number gives for 0.
+    return QSqlError(operation, reason, QSqlError::StatementError, QStringLiteral("0"));
 }

@@ -18,6 +18,9 @@
 QSqlError hlpConnectionError(const PGconn *connection, QSqlError::ErrorType type,
                              const QString &text);
 
+/*! The error of a statement that the driver itself refuses before the server has seen it. */
+QSqlError hlpRefusal(const QString &operation, const QString &reason);
+
 /*! Writes \a value to \a error, which may be null. */
 inline void hlpReport(QSqlError *error, const QSqlError &value)
 {

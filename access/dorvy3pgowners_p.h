@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 the DORVY driver developers
 // SPDX-License-Identifier: MIT
 //
-// PgResultPtr: a libpq result that clears itself.
-#ifndef DORVY3PGRESULT_P_H
-#define DORVY3PGRESULT_P_H
+// Owners of libpq's results and connections, until one of our objects takes them over.
+#ifndef DORVY3PGOWNERS_P_H
+#define DORVY3PGOWNERS_P_H
 
 #include <libpq-fe.h>
 
@@ -14,7 +14,13 @@ struct PgResultClear
     void operator()(PGresult *result) const { PQclear(result); }
 };
 
-/*! Owner of a result from the line it is born on; release() hands it to a Dorvy3Result. */
 using PgResultPtr = std::unique_ptr<PGresult, PgResultClear>;
 
-#endif // DORVY3PGRESULT_P_H
+struct PgConnectionFinish
+{
+    void operator()(PGconn *connection) const { PQfinish(connection); }
+};
+
+using PgConnectionPtr = std::unique_ptr<PGconn, PgConnectionFinish>;
+
+#endif // DORVY3PGOWNERS_P_H

@@ -7,7 +7,7 @@
 #include "access/dorvy3connection.h"
 #include "access/dorvy3database.h"
 #include "access/dorvy3errors_p.h"
-#include "access/dorvy3pgresult_p.h"
+#include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3result.h"
 #include "access/dorvy3texts_p.h"
 #include "client/libppq.h"
@@ -53,14 +53,13 @@ bool Dorvy3Statement::prep(const QString &text, const QSharedPointer<Dorvy3Conne
     hlpReport(error, QSqlError());
     hlpClear();
     if (!connection || !connection->settle()) {
-        hlpReport(error, QSqlError(cannotPrepare(), noConnection(), QSqlError::StatementError,
-                                   QStringLiteral("0")));
+        hlpReport(error, hlpRefusal(cannotPrepare(), noConnection()));
         return false;
     }
-    PgResultPtr prepared(PQprepare(connection->connection(), statementname(),
-                                   connection->server(text).constData(), 0, nullptr));
+    const PgResultPtr prepared(PQprepare(connection->connection(), statementname(),
+                                         connection->server(text).constData(), 0, nullptr));
     if (PQresultStatus(prepared.get()) != PGRES_COMMAND_OK) {
-        return hlpFailPrep(prepared.release(), connection, error);
+        return hlpFailPrep(prepared.get(), connection, error);
     }
     if (!hlpDescribe(text, connection, error)) {
         return false;
@@ -78,22 +77,23 @@ bool Dorvy3Statement::hlpDescribe(const QString &text,
 {
     PgResultPtr described(PQdescribePrepared(connection->connection(), statementname()));
     if (PQresultStatus(described.get()) != PGRES_COMMAND_OK) {
-        return hlpFailPrep(described.release(), connection, error);
+        return hlpFailPrep(described.get(), connection, error);
     }
     query = text;
-    description = QSharedPointer<Dorvy3Result>::create(described.release(), connection);
+    description = QSharedPointer<Dorvy3Result>::create(described.get(), connection);
+    described.release(); // NOLINT(bugprone-unused-return-value): the description has it
     hlpAllocateParams();
     return true;
 }
 
-// Takes over result, which may be null.
-bool Dorvy3Statement::hlpFailPrep(PGresult *result,
+// The failing result may be null.
+bool Dorvy3Statement::hlpFailPrep(const PGresult *result,
                                   const QSharedPointer<Dorvy3Connection> &connection,
                                   QSqlError *error)
 {
     hlpReport(error, hlpError(result, connection, prepareFailed()));
-    PQclear(result);
-    // The name may be taken on the server, when it was the description that failed.
+    // The name is taken on the server when it was the description that failed. On a connection
+    // that cannot be closed on, it goes with the connection.
     PPQclose(connection->connection(), nullptr, statementname());
     return false;
 }

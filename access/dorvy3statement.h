@@ -25,7 +25,7 @@ class QSqlField;
 
     Held through QSharedPointer; the last reference closes statement and portal on the server. Used
     by one thread at a time. It points at the database that it is registered with, which must
-   outlive the registration.
+    outlive the registration.
 */
 class Dorvy3Statement
 {
@@ -59,8 +59,8 @@ public:
         Runs the statement without parameters and returns one page of its rows.
 
         \a rows is the page size in rows; below 1 it means 128. \a previous is the page to go on
-       from; null starts at the first row. A statement without columns ignores it and runs to its
-       end.
+        from; null starts at the first row. A statement without columns ignores it and runs to its
+        end.
 
         Returns null on failure and tells why in \a error, which may be null; success resets it.
         The page owns its PGresult and keeps the connection alive.
@@ -83,7 +83,7 @@ public:
 
     /*!
         Writes the value of \a field, in PostgreSQL's binary format for type \a ptype, behind the
-       end of \a out: into its reserved space, without changing its size.
+        end of \a out: into its reserved space, without changing its size.
 
         Returns the number of bytes to take in, 0 for SQL NULL. An unknown type and a value that
         cannot be converted end the process. The statement must be prepared.
@@ -96,7 +96,7 @@ private:
 
     bool hlpDescribe(const QString &text, const QSharedPointer<Dorvy3Connection> &connection,
                      QSqlError *error);
-    bool hlpFailPrep(PGresult *result, const QSharedPointer<Dorvy3Connection> &connection,
+    bool hlpFailPrep(const PGresult *result, const QSharedPointer<Dorvy3Connection> &connection,
                      QSqlError *error);
     void hlpAllocateParams();
     void hlpFreeParams();

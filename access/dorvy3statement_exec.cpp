@@ -6,6 +6,7 @@
 
 #include "access/dorvy3connection.h"
 #include "access/dorvy3errors_p.h"
+#include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3result.h"
 #include "access/dorvy3texts_p.h"
 #include "client/libppq.h"
@@ -41,17 +42,14 @@ void hlpSetFieldValue(QSqlField &field, const QVariant &value)
 
 QSharedPointer<Dorvy3Connection> Dorvy3Statement::hlpUsableConnection(QSqlError *error) const
 {
-    const QString nativeZero = QStringLiteral("0");
     hlpReport(error, QSqlError());
     if (!description) {
-        hlpReport(error, QSqlError(cannotExecutePrepared(), executeFailed(),
-                                   QSqlError::StatementError, nativeZero));
+        hlpReport(error, hlpRefusal(cannotExecutePrepared(), executeFailed()));
         return {};
     }
     QSharedPointer<Dorvy3Connection> connection = description->connection;
     if (!connection || !connection->settle()) {
-        hlpReport(error, QSqlError(cannotExecutePrepared(), noConnection(),
-                                   QSqlError::StatementError, nativeZero));
+        hlpReport(error, hlpRefusal(cannotExecutePrepared(), noConnection()));
         return {};
     }
     return connection;
@@ -91,6 +89,7 @@ PGresult *Dorvy3Statement::hlpRun(PGconn *conn, int count, int rows) const
                               BinaryFormat);
     }
     // A run that is only partly read leaves its portal open, and the server binds no open portal.
+    // Where it cannot be closed the run itself says why.
     PPQclose(conn, portalname(), nullptr);
     return PPQexecPrepared(conn, hlpPageRows(rows), statementname(), portalname(), count,
                            paramValues, paramLengths, paramFormats, BinaryFormat);
@@ -127,11 +126,13 @@ QSharedPointer<Dorvy3Result>
 Dorvy3Statement::hlpFinish(PGresult *result, const QSharedPointer<Dorvy3Connection> &connection,
                            QSqlError *error) const
 {
+    PgResultPtr owner(result);
     const ExecStatusType status = PQresultStatus(result); // of a null result: fatal error
-    if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) {
-        return QSharedPointer<Dorvy3Result>::create(result, connection);
+    if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
+        hlpReport(error, hlpError(result, connection, executeFailed()));
+        return {};
     }
-    hlpReport(error, hlpError(result, connection, executeFailed()));
-    PQclear(result);
-    return {};
+    auto page = QSharedPointer<Dorvy3Result>::create(result, connection);
+    owner.release(); // NOLINT(bugprone-unused-return-value): the page has it
+    return page;
 }

@@ -6,6 +6,7 @@
 
 #include "access/dorvy3connection.h"
 #include "access/dorvy3errors_p.h"
+#include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3texts_p.h"
 
 #include <QtCore/QMutexLocker>
@@ -51,14 +52,13 @@ QSharedPointer<Dorvy3Connection> Dorvy3Transacted::hlpConnect(const QString &con
                                                               const QString &searchPath,
                                                               QSqlError *error) const
 {
-    PGconn *handle = PQconnectdb(connectionString.toLatin1().constData());
-    if (PQstatus(handle) != CONNECTION_OK) { // a null handle is not OK either
+    PgConnectionPtr handle(PQconnectdb(connectionString.toLatin1().constData()));
+    if (PQstatus(handle.get()) != CONNECTION_OK) { // a null handle is not OK either
         hlpReport(error,
-                  hlpError(handle, QSqlError::ConnectionError, Dorvy3Texts::connectFailed()));
-        PQfinish(handle);
+                  hlpError(handle.get(), QSqlError::ConnectionError, Dorvy3Texts::connectFailed()));
         return {};
     }
-    auto connection = QSharedPointer<Dorvy3Connection>::create(handle, searchPath);
+    auto connection = QSharedPointer<Dorvy3Connection>::create(handle.release(), searchPath);
     if (connection->isValid()) {
         connection->beginTransaction();
     }

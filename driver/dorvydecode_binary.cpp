@@ -125,6 +125,9 @@ double hlpNumericSum(Dorvy3ByteReader &reader, int count, int weight)
     for (int i = 0; i < count; ++i) {
         const double digit = reader.read<quint16>();
         const int exponent = weight - i;
+        if (digit == 0) {
+            continue; // beyond the range of a double 0 would be multiplied with infinity
+        }
         if (exponent >= 0) {
             sum += digit * hlpDecimal(exponent);
         } else if (-exponent <= FractionDigits) {

@@ -13,8 +13,8 @@ class Dorvy3Connection;
 
 /*!
     A value in text format: \a value up to its terminating zero, as \a type, which is that of the
-   type table for \a oid. \a policy decides about numeric only. Text that does not parse gives an
-   invalid or empty value; a type that cannot arrive as text (time) ends the process.
+    type table for \a oid. \a policy decides about numeric only. Text that does not parse gives an
+    invalid or empty value; a type that cannot arrive as text (time) ends the process.
 
     Dates are read in ISO form, which every connection is set to.
 */
@@ -24,8 +24,8 @@ QVariant hlpPSQLValueToVariant(const QSharedPointer<Dorvy3Connection> &connectio
 
 /*!
     A value in binary format: \a length bytes at \a value. Byte arrays are not copied: they are
-   views into the libpq result. Fewer bytes than the type needs, which only a broken server sends,
-   give an invalid value. An unsupported type ends the process.
+    views into the libpq result. Fewer bytes than the type needs, which only a broken server sends,
+    give an invalid value. An unsupported type ends the process.
 
     Source: PostgreSQL's send functions of the types.
 */
@@ -34,7 +34,7 @@ QVariant hlpBinaryPSQLValueToVariant(const QSharedPointer<Dorvy3Connection> &con
 
 /*!
     The calendar date of \a days from 2000-01-01. A year before 1 is a BC year as QDate counts: -1
-   is 1 BC.
+    is 1 BC.
 
     Source: PostgreSQL, j2date (calendar date of a Julian day).
 */

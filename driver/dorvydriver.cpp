@@ -123,8 +123,7 @@ bool DorvyDriver::hasFeature(DriverFeature feature) const
     case PositionalPlaceholders:
     case LastInsertId:
     case LowPrecisionNumbers:
-    case EventNotifications: // announced although subscribing fails; meant, tst_dorvydriver holds
-                             // it
+    case EventNotifications: // though subscribing fails: meant, see tst_dorvydriver, features
         return true;
     default:
         return false;

@@ -13,7 +13,7 @@ class DorvyDriverPrivate;
 
 /*!
     The driver that an application gets under the keys "DORVY" and "QPSQL". It passes open, close
-   and the transaction calls to its database handle and makes the results of its queries.
+    and the transaction calls to its database handle and makes the results of its queries.
 
     Qt owns it and uses it on one thread at a time. Results may outlive it; it takes their server
     objects from them when it goes.

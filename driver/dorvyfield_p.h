@@ -11,7 +11,7 @@ class Dorvy3Result;
 
 /*!
     One field for each column of \a page: name, type, length and precision as Qt counts them, and
-   the OID as SQL type. A column of an unknown type ends the process.
+    the OID as SQL type. A column of an unknown type ends the process.
 
     Source: PostgreSQL catalog, pg_attribute (atttypmod) and the types' modifier functions.
 */

@@ -4,6 +4,7 @@
 // DorvyResult: preparing, running and describing.
 #include "driver/dorvyresult.h"
 
+#include "access/dorvy3errors_p.h"
 #include "access/dorvy3statement.h"
 #include "access/dorvy3texts_p.h"
 #include "driver/dorvydriver_p.h"
@@ -14,25 +15,24 @@
 
 using namespace Dorvy3Texts;
 
-namespace {
-
-constexpr int DefaultRows = -1; // asks the statement for its own page size
-
-} // namespace
-
 DorvyResultPrivate::DorvyResultPrivate(DorvyResult *result, const DorvyDriver *driver)
     : QSqlResultPrivate(result, driver)
 {
-    if (DorvyDriverPrivate *driverPrivate = drv_d_func()) {
-        driverPrivate->bind(this);
+    if (DorvyDriverPrivate *owner = driverPrivate()) {
+        owner->bind(this);
     }
+}
+
+DorvyDriverPrivate *DorvyResultPrivate::driverPrivate() const
+{
+    // Qt's guarded reference is null once the driver is gone.
+    return sqldriver ? static_cast<DorvyDriver *>(sqldriver.data())->d_func() : nullptr;
 }
 
 DorvyResultPrivate::~DorvyResultPrivate()
 {
-    // The guarded reference is null once the driver is gone.
-    if (DorvyDriverPrivate *driverPrivate = drv_d_func()) {
-        driverPrivate->unbind(this);
+    if (DorvyDriverPrivate *driver = driverPrivate()) {
+        driver->unbind(this);
     }
 }
 
@@ -100,13 +100,13 @@ bool DorvyResult::hlpFinish(const QSqlError &error)
 bool DorvyResult::hlpLookUp(const QString &query, QSqlError *error)
 {
     Q_D(DorvyResult);
-    DorvyDriverPrivate *driverPrivate = d->drv_d_func();
-    if (!driverPrivate) {
+    DorvyDriverPrivate *driver = d->driverPrivate();
+    if (!driver) {
         statement.reset();
         *error = QSqlError(cannotExecute(), noConnection(), QSqlError::StatementError);
         return false;
     }
-    statement = driverPrivate->database.statement(d->positionalToNamedBinding(query), error);
+    statement = driver->database.statement(d->positionalToNamedBinding(query), error);
     return !statement.isNull();
 }
 
@@ -139,8 +139,7 @@ bool DorvyResult::exec()
     Q_D(DorvyResult);
     hlpStart();
     if (!statement) {
-        return hlpFail(QSqlError(cannotExecute(), notPrepared(), QSqlError::StatementError,
-                                 QStringLiteral("0")));
+        return hlpFail(hlpRefusal(cannotExecute(), notPrepared()));
     }
     QSqlError error;
     d->page = statement->exec(boundValues(), &error, DefaultRows);

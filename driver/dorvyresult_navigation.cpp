@@ -5,7 +5,7 @@
 #include "driver/dorvyresult.h"
 
 #include "access/dorvy3connection.h"
-#include "access/dorvy3pgresult_p.h"
+#include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3statement.h"
 #include "driver/dorvydecode_p.h"
 #include "driver/dorvyresult_p.h"
@@ -39,7 +39,7 @@ bool DorvyResult::fetchNext()
     }
     QSqlError error;
     const QSharedPointer<Dorvy3Result> previous = d->page;
-    d->page = statement->exec(&error, -1, previous);
+    d->page = statement->exec(&error, DefaultRows, previous);
     // Within its page the first row of the next one is row 0.
     if (hlpMoveTo(0)) {
         return true;

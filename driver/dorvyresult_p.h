@@ -13,18 +13,23 @@
 
 #include <QtSql/QSqlRecord>
 
+class DorvyDriverPrivate;
+
+constexpr int DefaultRows = -1; // asks the statement for its own page size
+
 class DorvyResultPrivate : public QSqlResultPrivate
 {
     Q_DECLARE_PUBLIC(DorvyResult)
 
 public:
-    Q_DECLARE_SQLDRIVER_PRIVATE(DorvyDriver)
-
     DorvyResultPrivate(DorvyResult *result, const DorvyDriver *driver);
     ~DorvyResultPrivate() override;
 
     /*! The server's placeholder for the question mark \a i, counted from 0: $1 for the first. */
     QString fieldSerial(int i) const override;
+
+    /*! The private object of the driver; null once the driver is gone. */
+    DorvyDriverPrivate *driverPrivate() const;
 
     /*! Drops the result's statement, then its page. */
     void release();

@@ -12,7 +12,7 @@ class Dorvy3Transacted;
 
 /*!
     The factory of drivers. Qt makes one object per process; it owns the process's connection pool
-   and gives every driver a reference to it.
+    and gives every driver a reference to it.
 */
 class DORVYDriverPlugin : public QSqlDriverPlugin
 {
@@ -25,7 +25,7 @@ public:
 
     /*!
         A new driver, which the caller owns, for "DORVY" and "QPSQL"; null for any other key.
-       "QPSQL7" is announced to Qt and yet has no driver: meant, tst_dorvydriverplugin holds it.
+        "QPSQL7" is announced to Qt and yet has no driver: meant, tst_dorvydriverplugin holds it.
     */
     QSqlDriver *create(const QString &key) override;
 

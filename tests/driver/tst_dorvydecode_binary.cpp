@@ -141,6 +141,7 @@ private slots:
     void timestampInfinity();
     void numeric_data();
     void numeric();
+    void numericBeyondTheRangeIsInfinite();
     void numericOfHostileWeight_data();
     void numericOfHostileWeight();
     void tooShortIsInvalid_data();
@@ -636,6 +637,13 @@ void tst_DorvyDecodeBinary::numeric()
     QCOMPARE(decoded.userType(), int(QMetaType::Double));
     QVERIFY2(qAbs(decoded.toDouble() - value) <= qAbs(value) * 1e-14,
              qPrintable(QString::number(decoded.toDouble(), 'g', 17)));
+}
+
+void tst_DorvyDecodeBinary::numericBeyondTheRangeIsInfinite()
+{
+    // A zero group far above the range must not spoil the sum: 0 times infinity is no number.
+    const QVariant decoded = decode(OidNumeric, "0003 7ffe 0000 0000 0001 0000 0001");
+    QVERIFY(qIsInf(decoded.toDouble()));
 }
 
 void tst_DorvyDecodeBinary::numericOfHostileWeight_data()

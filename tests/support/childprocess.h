@@ -20,7 +20,7 @@ struct ChildOutcome
 /*!
     Runs \a code in a forked child and tells how that ended. The child returns normally when \a code
     does, and is killed after a minute. Connections that the parent opened must not be used in it:
-   open them inside \a code.
+    open them inside \a code.
 */
 ChildOutcome runInChild(const std::function<void()> &code);
 

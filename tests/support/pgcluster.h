@@ -12,8 +12,8 @@
 /*!
     A PostgreSQL cluster of its own, in a private folder under the temporary directory, reachable
     through a Unix socket in that folder and a TCP port on loopback. The superuser is "dorvy" and
-   needs no password; members of the role "passworded" log in with SCRAM-SHA-256, on either way.
-   Fsync is off.
+    needs no password; members of the role "passworded" log in with SCRAM-SHA-256, on either way.
+    Fsync is off.
 
     When the tests run as root, the server runs as "nobody", since PostgreSQL refuses root. The
     programs come from the folder in the environment variable DORVY_TEST_PGBIN, or from the

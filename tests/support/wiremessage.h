@@ -25,17 +25,17 @@ struct WireMessage
         1< PortalSuspended
 
     (the connection's number, the direction, the message). The driver's names are made from
-   addresses, so they are renamed in the order in which they turn up: statement S1 has the portal
-   P1.
+    addresses, so they are renamed in the order in which they turn up: statement S1 has the portal
+    P1.
 
     Frontend: Startup USER DATABASE, Query "SQL", Parse S "SQL" TYPES, Bind P S [V, V] RESULTFORMAT
     (a value is its bytes in hexadecimal, or NULL, before a colon and its format), Describe S|P
-   NAME, Execute P ROWS, Close S|P NAME, Sync, Flush, Terminate, Password, CopyData, CopyDone,
-   CopyFail.
+    NAME, Execute P ROWS, Close S|P NAME, Sync, Flush, Terminate, Password, CopyData, CopyDone,
+    CopyFail.
 
     Backend: RowDescription COLUMNS, DataRow, CommandComplete "TAG", PortalSuspended, ReadyForQuery
     I|T|E, ErrorResponse SQLSTATE, NoticeResponse SQLSTATE, ParameterDescription TYPES, and the rest
-   by their bare names.
+    by their bare names.
 */
 class WireWords
 {

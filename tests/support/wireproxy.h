@@ -17,8 +17,8 @@
 
 /*!
     A proxy on a TCP port of loopback for the server behind a Unix socket. It refuses TLS and GSS,
-   so that it can read everything, and records each message before it passes it on: what a client
-   has an answer to has been recorded.
+    so that it can read everything, and records each message before it passes it on: what a client
+    has an answer to has been recorded.
 
     It has a thread of its own; every operation may be called from the test's thread.
 */
