@@ -33,7 +33,8 @@ set(DORVY_PG_BINDIR "${dorvy_pg_bin}" CACHE PATH "Folder of initdb and postgres"
 find_path(DORVY_LIBPQ_INCLUDE libpq-fe.h HINTS ${dorvy_pg_include} NO_DEFAULT_PATH)
 find_path(DORVY_LIBPQ_INTERNAL libpq-int.h HINTS ${dorvy_pg_include}/internal NO_DEFAULT_PATH)
 find_path(DORVY_PG_SERVER_INCLUDE getaddrinfo.h HINTS ${dorvy_pg_include_server} NO_DEFAULT_PATH)
-find_library(DORVY_LIBPQ_ARCHIVE libpq.a HINTS ${dorvy_pg_lib})
+# Nowhere else: an archive of another build would lay the connection structure out otherwise.
+find_library(DORVY_LIBPQ_ARCHIVE libpq.a HINTS ${dorvy_pg_lib} NO_DEFAULT_PATH)
 # pg_config puts these two into the folder above the one of loadable modules.
 find_library(DORVY_PGCOMMON_ARCHIVE libpgcommon_shlib.a
     HINTS ${dorvy_pg_pkglib} ${dorvy_pg_pkglib}/.. ${dorvy_pg_bin}/../lib)
