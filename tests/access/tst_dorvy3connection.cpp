@@ -5,202 +5,23 @@
 #include "access/dorvy3connection.h"
 #include "client/libppq.h"
 
+#include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/scriptedserver.h"
 #include "tests/support/sqlmacros.h"
+#include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
-#include <QtCore/QHash>
-#include <QtCore/QMutex>
 #include <QtCore/QSharedPointer>
 #include <QtCore/QTextCodec>
 #include <QtCore/QThread>
-#include <QtCore/QtEndian>
 #include <QtTest/QtTest>
 
-#include <atomic>
 #include <memory>
 #include <thread>
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 Q_DECLARE_METATYPE(QSqlError::ErrorType)
 Q_DECLARE_METATYPE(PGTransactionStatusType)
-
-namespace {
-
-struct Clear
-{
-    void operator()(PGresult *result) const { PQclear(result); }
-};
-using ResultPtr = std::unique_ptr<PGresult, Clear>;
-using ConnectionPtr = QSharedPointer<Dorvy3Connection>;
-
-QStringList lines(std::initializer_list<const char *> texts)
-{
-    QStringList list;
-    for (const char *text : texts) {
-        list += QString::fromUtf8(text);
-    }
-    return list;
-}
-
-/*!
-    A peer that speaks just enough of the protocol to report encodings of one's choice and to refuse
-    commands that a real server never refuses. It serves one connection.
-*/
-class ScriptedServer
-{
-public:
-    /*! An empty encoding is not reported at all. */
-    ScriptedServer(const QByteArray &serverEncoding, const QByteArray &clientEncoding);
-    ~ScriptedServer();
-
-    /*! Answers \a sql with an error of that text from now on. */
-    void refuse(const QByteArray &sql, const QByteArray &text)
-    {
-        const QMutexLocker locker(&mutex);
-        refusals.insert(sql, text);
-    }
-
-    QList<QByteArray> queries() const
-    {
-        const QMutexLocker locker(&mutex);
-        return received;
-    }
-
-    QByteArray conninfo() const
-    {
-        return "host=127.0.0.1 port=" + QByteArray::number(port) +
-               " user=u dbname=d sslmode=disable gssencmode=disable";
-    }
-
-private:
-    Q_DISABLE_COPY(ScriptedServer)
-
-    void hlpServe();
-    QByteArray hlpRead(int count);
-    bool hlpAnswer();
-    void hlpSend(char type, const QByteArray &body);
-    void hlpReport(const QByteArray &name, const QByteArray &value);
-
-    QByteArray serverName;
-    QByteArray clientName;
-    char state; // of the transaction, as ReadyForQuery tells it
-    int port;
-    int listener;
-    std::atomic<int> client;
-    mutable QMutex mutex; // guards refusals and received
-    QHash<QByteArray, QByteArray> refusals;
-    QList<QByteArray> received;
-    std::thread thread;
-};
-
-ScriptedServer::ScriptedServer(const QByteArray &serverEncoding, const QByteArray &clientEncoding)
-    : serverName(serverEncoding)
-    , clientName(clientEncoding)
-    , state('I')
-    , port(0)
-    , listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    , client(-1)
-{
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
-        listen(listener, 1) != 0 ||
-        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
-        qFatal("the scripted server cannot listen");
-    }
-    port = ntohs(address.sin_port);
-    thread = std::thread(&ScriptedServer::hlpServe, this);
-}
-
-ScriptedServer::~ScriptedServer()
-{
-    shutdown(listener, SHUT_RDWR);
-    if (client >= 0) {
-        shutdown(client, SHUT_RDWR);
-    }
-    thread.join();
-    if (client >= 0) {
-        ::close(client);
-    }
-    ::close(listener);
-}
-
-QByteArray ScriptedServer::hlpRead(int count)
-{
-    QByteArray bytes(count, '\0');
-    const ssize_t got =
-        count > 0 ? recv(client, bytes.data(), static_cast<size_t>(count), MSG_WAITALL) : 0;
-    return got == count ? bytes : QByteArray();
-}
-
-void ScriptedServer::hlpSend(char type, const QByteArray &body)
-{
-    QByteArray message(5, type);
-    qToBigEndian<qint32>(body.size() + 4, message.data() + 1);
-    message += body;
-    send(client, message.constData(), static_cast<size_t>(message.size()), MSG_NOSIGNAL);
-}
-
-void ScriptedServer::hlpReport(const QByteArray &name, const QByteArray &value)
-{
-    if (!value.isEmpty()) {
-        hlpSend('S', name + '\0' + value + '\0');
-    }
-}
-
-void ScriptedServer::hlpServe()
-{
-    client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    const QByteArray length = hlpRead(4);
-    if (length.isEmpty()) {
-        return;
-    }
-    hlpRead(qFromBigEndian<qint32>(length.constData()) - 4);
-    hlpSend('R', QByteArray(4, '\0'));
-    hlpReport("server_encoding", serverName);
-    hlpReport("client_encoding", clientName);
-    hlpSend('Z', QByteArray(1, state));
-    while (hlpAnswer()) {}
-}
-
-bool ScriptedServer::hlpAnswer()
-{
-    const QByteArray header = hlpRead(5);
-    if (!header.startsWith('Q')) {
-        return false;
-    }
-    QByteArray sql = hlpRead(qFromBigEndian<qint32>(header.constData() + 1) - 4);
-    sql.chop(1);
-    const QMutexLocker locker(&mutex);
-    received += sql;
-    if (refusals.contains(sql)) {
-        hlpSend('E', QByteArray("SERROR\0CXX000\0M", 15) + refusals.value(sql) + QByteArray(2, 0));
-    } else {
-        hlpSend('C', QByteArray("OK\0", 3));
-        state = sql == "BEGIN" ? 'T' : sql == "COMMIT" || sql == "ROLLBACK" ? 'I' : state;
-    }
-    hlpSend('Z', QByteArray(1, state));
-    return true;
-}
-
-QSqlError command(Dorvy3Connection &connection, const QString &operation)
-{
-    if (operation == QStringLiteral("begin")) {
-        return connection.beginTransaction();
-    }
-    if (operation == QStringLiteral("commit")) {
-        return connection.commitTransaction();
-    }
-    return connection.rollbackTransaction();
-}
-
-} // namespace
 
 class tst_Dorvy3Connection : public QObject
 {
@@ -258,8 +79,6 @@ private:
                        const QString &database = QStringLiteral("postgres")) const;
     ConnectionPtr connect(const QString &searchPath = QString(),
                           const QString &database = QStringLiteral("postgres")) const;
-    static QByteArray ask(Dorvy3Connection &connection, const QByteArray &sql);
-    static bool run(Dorvy3Connection &connection, const QByteArray &sql);
 
     PgCluster cluster;
     std::unique_ptr<WireProxy> proxy;
@@ -290,31 +109,14 @@ void tst_Dorvy3Connection::cleanup()
 
 PGconn *tst_Dorvy3Connection::connectRaw(const QString &options, const QString &database) const
 {
-    const QString info = QStringLiteral("host=127.0.0.1 port=%1 user=dorvy dbname=%2 "
-                                        "sslmode=disable gssencmode=disable %3")
-                             .arg(proxy->port())
-                             .arg(database, options);
-    return PQconnectdb(info.toLatin1().constData());
+    const QByteArray info = proxy->conninfo(database) + ' ' + options.toLatin1();
+    return PQconnectdb(info.constData());
 }
 
 ConnectionPtr tst_Dorvy3Connection::connect(const QString &searchPath,
                                             const QString &database) const
 {
     return ConnectionPtr(new Dorvy3Connection(connectRaw(QString(), database), searchPath));
-}
-
-QByteArray tst_Dorvy3Connection::ask(Dorvy3Connection &connection, const QByteArray &sql)
-{
-    const ResultPtr result(PQexec(connection.connection(), sql.constData()));
-    return PQresultStatus(result.get()) == PGRES_TUPLES_OK
-               ? QByteArray(PQgetvalue(result.get(), 0, 0))
-               : QByteArray(PQresultErrorMessage(result.get()));
-}
-
-bool tst_Dorvy3Connection::run(Dorvy3Connection &connection, const QByteArray &sql)
-{
-    const ResultPtr result(PQexec(connection.connection(), sql.constData()));
-    return PQresultStatus(result.get()) == PGRES_COMMAND_OK;
 }
 
 void tst_Dorvy3Connection::constructionSendsDateStyleOnly()
@@ -331,7 +133,7 @@ void tst_Dorvy3Connection::searchPathIsSentVerbatim()
     QCOMPARE(proxy->frontend(),
              lines({"1> Startup dorvy postgres", "1> Query \"SET DATESTYLE TO 'ISO'\"",
                     "1> Query \"SET SEARCH_PATH TO two,  \"one\", public\""}));
-    QCOMPARE(ask(*connection, "SHOW search_path"), QByteArray("two, one, public"));
+    QCOMPARE(ask(connection, "SHOW search_path"), QByteArray("two, one, public"));
 }
 
 void tst_Dorvy3Connection::searchPathIsSentInServersEncoding()
@@ -363,7 +165,7 @@ void tst_Dorvy3Connection::dateStyleIsIso()
 {
     const ConnectionPtr connection(new Dorvy3Connection(
         connectRaw(QStringLiteral("options='-c datestyle=German'")), QString()));
-    QCOMPARE(ask(*connection, "SELECT date '2024-02-29'"), QByteArray("2024-02-29"));
+    QCOMPARE(ask(connection, "SELECT date '2024-02-29'"), QByteArray("2024-02-29"));
 }
 
 void tst_Dorvy3Connection::setSearchPathSendsIt()
@@ -416,7 +218,7 @@ void tst_Dorvy3Connection::isValidFollowsTheStatus()
     proxy->cut();
     QCOMPARE(PQstatus(connection->connection()), CONNECTION_OK); // libpq has not noticed
     QVERIFY(connection->isValid());
-    QVERIFY(!run(*connection, "SET work_mem = '8MB'"));
+    QVERIFY(!run(connection, "SET work_mem = '8MB'"));
     QVERIFY(!connection->isValid());
     QVERIFY(connection->isOpen());
 }
@@ -562,11 +364,11 @@ void tst_Dorvy3Connection::russianBothWays()
     const ConnectionPtr connection = connect(QString(), database);
     QCOMPARE(connection->server(text), bytes);
     const QByteArray sql = connection->server(QStringLiteral("SELECT '%1'").arg(text));
-    const QByteArray answer = ask(*connection, sql);
+    const QByteArray answer = ask(connection, sql);
     QCOMPARE(answer, bytes);
     QCOMPARE(connection->client(answer.constData(), -1), text);
     // The server itself takes the bytes for these letters.
-    QCOMPARE(ask(*connection, connection->server(QStringLiteral("SELECT length('Привет')"))),
+    QCOMPARE(ask(connection, connection->server(QStringLiteral("SELECT length('Привет')"))),
              serversLength);
 }
 
@@ -576,7 +378,7 @@ void tst_Dorvy3Connection::serverTextFollowsServersEncodingAndClientTextClients(
         connectRaw(QStringLiteral("client_encoding=UTF8"), QStringLiteral("db_win1251")),
         QString()));
     QCOMPARE(connection->server(QStringLiteral("Щи")), QByteArray("\xD9\xE8"));
-    const QByteArray answer = ask(*connection, "SELECT chr(217) || chr(232)");
+    const QByteArray answer = ask(connection, "SELECT chr(217) || chr(232)");
     QCOMPARE(answer, QByteArray("\xD0\xA9\xD0\xB8"));
     QCOMPARE(connection->client(answer.constData(), -1), QStringLiteral("Щи"));
 }
@@ -600,20 +402,24 @@ void tst_Dorvy3Connection::commandWithoutConnection()
     const QString reason = QStringLiteral("Отсутствует соединение с СУБД");
 
     Dorvy3Connection null(nullptr, QString());
-    COMPARE_ERROR(command(null, operation), TransactionError, driverText, reason, QString());
+    COMPARE_ERROR(transactionCommand(null, operation), TransactionError, driverText, reason,
+                  QString());
 
     const ConnectionPtr closed = connect();
     closed->close();
-    COMPARE_ERROR(command(*closed, operation), TransactionError, driverText, reason, QString());
+    COMPARE_ERROR(transactionCommand(*closed, operation), TransactionError, driverText, reason,
+                  QString());
 
     const ConnectionPtr lost = connect();
     proxy->cut();
-    QVERIFY(!run(*lost, "BEGIN")); // libpq notices
-    COMPARE_ERROR(command(*lost, operation), TransactionError, driverText, reason, QString());
+    QVERIFY(!run(lost, "BEGIN")); // libpq notices
+    COMPARE_ERROR(transactionCommand(*lost, operation), TransactionError, driverText, reason,
+                  QString());
 
     Dorvy3Connection failed(PQconnectdb("host=/nowhere"), QString());
     QVERIFY(failed.isOpen());
-    COMPARE_ERROR(command(failed, operation), TransactionError, driverText, reason, QString());
+    COMPARE_ERROR(transactionCommand(failed, operation), TransactionError, driverText, reason,
+                  QString());
 }
 
 void tst_Dorvy3Connection::commandByTransactionStatus_data()
@@ -675,10 +481,10 @@ void tst_Dorvy3Connection::commandByTransactionStatus()
     QFETCH(PGTransactionStatusType, after);
     const ConnectionPtr connection = connect();
     for (const QString &sql : before) {
-        run(*connection, sql.toLatin1());
+        run(connection, sql.toLatin1());
     }
     proxy->clear();
-    const QSqlError error = command(*connection, operation);
+    const QSqlError error = transactionCommand(*connection, operation);
     QCOMPARE(error.type(), type);
     QCOMPARE(error.driverText(), driverText);
     QCOMPARE(error.databaseText(), databaseText);
@@ -744,7 +550,7 @@ void tst_Dorvy3Connection::refusedCommandGivesServersMessage()
         VERIFY_NO_ERROR(connection.beginTransaction());
     }
     server.refuse(sql, "\xD9\xE8");
-    COMPARE_ERROR(command(connection, operation), TransactionError, driverText,
+    COMPARE_ERROR(transactionCommand(connection, operation), TransactionError, driverText,
                   QStringLiteral("ERROR:  Щи\n"), QString());
     QCOMPARE(server.queries().last(), sql);
     QVERIFY(connection.isValid());
@@ -766,7 +572,7 @@ void tst_Dorvy3Connection::nullResultGivesConnectionsMessage()
     }
     QCOMPARE(PQenterPipelineMode(connection->connection()), 1); // PQexec gives null in it
     proxy->clear();
-    COMPARE_ERROR(command(*connection, operation), TransactionError, driverText,
+    COMPARE_ERROR(transactionCommand(*connection, operation), TransactionError, driverText,
                   QStringLiteral("synchronous command execution functions are not allowed in "
                                  "pipeline mode\n"),
                   QString());
@@ -789,7 +595,7 @@ void tst_Dorvy3Connection::lostConnectionGivesLibpqsMessage()
         VERIFY_NO_ERROR(connection->beginTransaction());
     }
     proxy->cut(); // unnoticed: the status is still good
-    COMPARE_ERROR(command(*connection, operation), TransactionError, driverText,
+    COMPARE_ERROR(transactionCommand(*connection, operation), TransactionError, driverText,
                   QStringLiteral("server closed the connection unexpectedly\n"
                                  "\tThis probably means the server terminated abnormally\n"
                                  "\tbefore or while processing the request.\n"),
@@ -811,7 +617,7 @@ void tst_Dorvy3Connection::failedCommitGivesServersTextInItsEncoding()
                 database);
     const ConnectionPtr connection = connect(QString(), database);
     VERIFY_NO_ERROR(connection->beginTransaction());
-    QVERIFY(run(*connection, "INSERT INTO guarded VALUES (1)"));
+    QVERIFY(run(connection, "INSERT INTO guarded VALUES (1)"));
     const QSqlError error = connection->commitTransaction();
     QCOMPARE(error.type(), QSqlError::TransactionError);
     QCOMPARE(error.driverText(), QStringLiteral("Ошибка при попытке завершить транзакцию"));
@@ -824,7 +630,7 @@ void tst_Dorvy3Connection::failedTransactionIsClearedByRollbackOnly()
 {
     const ConnectionPtr connection = connect();
     VERIFY_NO_ERROR(connection->beginTransaction());
-    QVERIFY(!run(*connection, "SELECT 1/0"));
+    QVERIFY(!run(connection, "SELECT 1/0"));
     for (int i = 0; i < 2; ++i) {
         COMPARE_ERROR(
             connection->commitTransaction(), TransactionError,
@@ -843,7 +649,7 @@ void tst_Dorvy3Connection::failedCommitLeavesServersState()
                                "DEFERRED)"));
     const ConnectionPtr connection = connect();
     VERIFY_NO_ERROR(connection->beginTransaction());
-    QVERIFY(run(*connection, "INSERT INTO deferred VALUES (1), (1)"));
+    QVERIFY(run(connection, "INSERT INTO deferred VALUES (1), (1)"));
     QCOMPARE(connection->commitTransaction().type(), QSqlError::TransactionError);
     QCOMPARE(PQtransactionStatus(connection->connection()), PQTRANS_IDLE);
     VERIFY_NO_ERROR(connection->beginTransaction());
@@ -866,12 +672,12 @@ void tst_Dorvy3Connection::commandAfterOutstandingClose()
     QFETCH(PGTransactionStatusType, after);
     const ConnectionPtr connection = connect();
     for (const QString &sql : before) {
-        run(*connection, sql.toLatin1());
+        run(connection, sql.toLatin1());
     }
     proxy->clear();
     QCOMPARE(PPQclose(connection->connection(), nullptr, "st"), 1);
     QCOMPARE(PQtransactionStatus(connection->connection()), PQTRANS_ACTIVE); // not the true one
-    const QSqlError error = command(*connection, operation);
+    const QSqlError error = transactionCommand(*connection, operation);
     QCOMPARE(error.type(), type);
     QCOMPARE(error.driverText(), driverText);
     QCOMPARE(error.databaseText(), databaseText);

@@ -8,9 +8,11 @@
 #include "access/dorvy3statement.h"
 #include "access/dorvy3transacted.h"
 
+#include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
+#include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
 #include <QtCore/QSharedPointer>
@@ -23,47 +25,8 @@
 
 namespace {
 
-struct Clear
-{
-    void operator()(PGresult *result) const { PQclear(result); }
-};
-using ResultPtr = std::unique_ptr<PGresult, Clear>;
-using ConnectionPtr = QSharedPointer<Dorvy3Connection>;
 using StatementPtr = QSharedPointer<Dorvy3Statement>;
 using Access = Dorvy3TestAccess;
-
-QStringList lines(std::initializer_list<const char *> texts)
-{
-    QStringList list;
-    for (const char *text : texts) {
-        list += QString::fromUtf8(text);
-    }
-    return list;
-}
-
-QByteArray ask(const ConnectionPtr &connection, const char *sql)
-{
-    const ResultPtr result(PQexec(connection->connection(), sql));
-    return PQresultStatus(result.get()) == PGRES_TUPLES_OK
-               ? QByteArray(PQgetvalue(result.get(), 0, 0))
-               : QByteArray(PQresultErrorMessage(result.get()));
-}
-
-PGTransactionStatusType status(const ConnectionPtr &connection)
-{
-    return PQtransactionStatus(connection->connection());
-}
-
-QSqlError command(Dorvy3Database &handle, const QString &operation)
-{
-    if (operation == QStringLiteral("begin")) {
-        return handle.beginTransaction();
-    }
-    if (operation == QStringLiteral("commit")) {
-        return handle.commitTransaction();
-    }
-    return handle.rollbackTransaction();
-}
 
 const char *const ServerVariables[] = {"PGHOST", "PGPORT", "PGUSER", "PGDATABASE"};
 
@@ -618,10 +581,12 @@ void tst_Dorvy3Database::transactionsWithoutConnection()
     QFETCH(QString, operation);
     QFETCH(QString, driverText);
     const QString reason = QStringLiteral("Отсутствует соединение с СУБД");
-    COMPARE_ERROR(command(*handle, operation), TransactionError, driverText, reason, QString());
+    COMPARE_ERROR(transactionCommand(*handle, operation), TransactionError, driverText, reason,
+                  QString());
     VERIFY_NO_ERROR(open());
     handle->close();
-    COMPARE_ERROR(command(*handle, operation), TransactionError, driverText, reason, QString());
+    COMPARE_ERROR(transactionCommand(*handle, operation), TransactionError, driverText, reason,
+                  QString());
 }
 
 void tst_Dorvy3Database::transactionsOnALostConnection_data()
@@ -636,7 +601,7 @@ void tst_Dorvy3Database::transactionsOnALostConnection()
     VERIFY_NO_ERROR(open());
     proxy->cut();
     ask(Access::connection(*handle), "SELECT 1"); // libpq notices
-    COMPARE_ERROR(command(*handle, operation), TransactionError, driverText,
+    COMPARE_ERROR(transactionCommand(*handle, operation), TransactionError, driverText,
                   QStringLiteral("Отсутствует соединение с СУБД"), QString());
 }
 

@@ -7,9 +7,11 @@
 #include "access/dorvy3statement.h"
 #include "access/dorvy3transacted.h"
 
+#include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
+#include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
 #include <QtCore/QSharedPointer>
@@ -19,36 +21,8 @@
 
 namespace {
 
-struct Clear
-{
-    void operator()(PGresult *result) const { PQclear(result); }
-};
-using ResultPtr = std::unique_ptr<PGresult, Clear>;
-using ConnectionPtr = QSharedPointer<Dorvy3Connection>;
 using StatementPtr = QSharedPointer<Dorvy3Statement>;
 using Access = Dorvy3TestAccess;
-
-QStringList lines(std::initializer_list<const char *> texts)
-{
-    QStringList list;
-    for (const char *text : texts) {
-        list += QString::fromUtf8(text);
-    }
-    return list;
-}
-
-QByteArray ask(const ConnectionPtr &connection, const char *sql)
-{
-    const ResultPtr result(PQexec(connection->connection(), sql));
-    return PQresultStatus(result.get()) == PGRES_TUPLES_OK
-               ? QByteArray(PQgetvalue(result.get(), 0, 0))
-               : QByteArray(PQresultErrorMessage(result.get()));
-}
-
-PGTransactionStatusType status(const ConnectionPtr &connection)
-{
-    return PQtransactionStatus(connection->connection());
-}
 
 // The statement names that the driver has prepared, in the order in which they turned up.
 QStringList parsedNames(const QVector<WireMessage> &messages)

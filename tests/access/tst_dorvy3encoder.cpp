@@ -6,6 +6,7 @@
 #include "access/dorvy3encoder_p.h"
 
 #include "tests/support/childprocess.h"
+#include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/wireproxy.h"
@@ -23,7 +24,6 @@
 
 namespace {
 
-using ConnectionPtr = QSharedPointer<Dorvy3Connection>;
 using Page = QSharedPointer<Dorvy3Result>;
 
 constexpr int Bytea = 17;
@@ -494,12 +494,7 @@ void tst_Dorvy3Encoder::cleanup()
 
 ConnectionPtr tst_Dorvy3Encoder::connect(const QString &database) const
 {
-    const QByteArray info = QStringLiteral("host=127.0.0.1 port=%1 user=dorvy dbname=%2 "
-                                           "sslmode=disable gssencmode=disable")
-                                .arg(proxy->port())
-                                .arg(database)
-                                .toLatin1();
-    return ConnectionPtr::create(PQconnectdb(info.constData()), QString());
+    return connectThrough(*proxy, database);
 }
 
 // Runs \a text with one value.

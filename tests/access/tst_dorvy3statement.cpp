@@ -4,9 +4,12 @@
 // Dorvy3Statement from its name to its end: preparing, describing, closing.
 #include "access/dorvy3.h"
 
+#include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/someerror.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
+#include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
 #include <QtTest/QtTest>
@@ -19,7 +22,6 @@
 namespace {
 
 using Access = Dorvy3TestAccess;
-using ConnectionPtr = QSharedPointer<Dorvy3Connection>;
 
 QString prepareFailed()
 {
@@ -34,32 +36,9 @@ QSqlError noConnection()
                      QStringLiteral("0"));
 }
 
-// An error that no operation of the statement makes.
-QSqlError earlierError()
-{
-    return QSqlError(QStringLiteral("earlier"), QStringLiteral("error"), QSqlError::ConnectionError,
-                     QStringLiteral("7"));
-}
-
 QByteArray nameOf(const void *address)
 {
     return QByteArray("pdstmt") + QByteArray::number(reinterpret_cast<qint64>(address), 16);
-}
-
-// The first column of the first row, asked on the statement's own connection.
-QByteArray ask(const ConnectionPtr &connection, const QByteArray &sql)
-{
-    PGresult *result = PQexec(connection->connection(), sql.constData());
-    QByteArray answer(PQgetvalue(result, 0, 0));
-    PQclear(result);
-    return answer;
-}
-
-void command(const ConnectionPtr &connection, const QByteArray &sql)
-{
-    PGresult *result = PQexec(connection->connection(), sql.constData());
-    QVERIFY2(PQresultStatus(result) == PGRES_COMMAND_OK, PQresultErrorMessage(result));
-    PQclear(result);
 }
 
 QByteArray preparedOn(const ConnectionPtr &connection)
@@ -166,12 +145,7 @@ void tst_Dorvy3Statement::cleanupTestCase()
 
 ConnectionPtr tst_Dorvy3Statement::connect(const QString &database) const
 {
-    const QByteArray info = QStringLiteral("host=127.0.0.1 port=%1 user=dorvy dbname=%2 "
-                                           "sslmode=disable gssencmode=disable")
-                                .arg(proxy->port())
-                                .arg(database)
-                                .toLatin1();
-    return ConnectionPtr::create(PQconnectdb(info.constData()), QString());
+    return connectThrough(*proxy, database);
 }
 
 QSqlError tst_Dorvy3Statement::open(Dorvy3Database &database) const
@@ -196,12 +170,7 @@ void tst_Dorvy3Statement::cleanup()
 // The lines with the newest connection's number.
 QStringList tst_Dorvy3Statement::numbered(std::initializer_list<const char *> lines) const
 {
-    const QString own = QString::number(proxy->connectionCount());
-    QStringList result;
-    for (const char *line : lines) {
-        result += own + QString::fromUtf8(line);
-    }
-    return result;
+    return ::numbered(proxy->connectionCount(), lines);
 }
 
 void tst_Dorvy3Statement::verifyEmpty(const Dorvy3Statement &statement)
@@ -486,7 +455,7 @@ void tst_Dorvy3Statement::noConnectionIsRefused()
 {
     QFETCH(ConnectionPtr, refused);
     Dorvy3Statement statement;
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     QVERIFY(!statement.prep(QStringLiteral("SELECT 1"), refused, &error, nullptr));
     COMPARE_ERROR(error, StatementError, noConnection().driverText(), noConnection().databaseText(),
                   QStringLiteral("0"));
@@ -650,7 +619,7 @@ void tst_Dorvy3Statement::nullErrorIsAllowed()
 void tst_Dorvy3Statement::successResetsTheError()
 {
     Dorvy3Statement statement;
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     QVERIFY(statement.prep(QStringLiteral("SELECT 1"), connection, &error, nullptr));
     VERIFY_NO_ERROR(error);
 }

@@ -5,9 +5,12 @@
 #include "access/dorvy3.h"
 
 #include "tests/support/childprocess.h"
+#include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/someerror.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
+#include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
 #include <QtTest/QtTest>
@@ -17,7 +20,6 @@
 namespace {
 
 using Access = Dorvy3TestAccess;
-using ConnectionPtr = QSharedPointer<Dorvy3Connection>;
 using Page = QSharedPointer<Dorvy3Result>;
 using Values = QVector<QVariant>;
 
@@ -38,13 +40,6 @@ QString executeFailed()
     return QStringLiteral("Ошибка при выполнении запроса к СУБД");
 }
 
-// An error that no operation of the statement makes.
-QSqlError earlierError()
-{
-    return QSqlError(QStringLiteral("earlier"), QStringLiteral("error"), QSqlError::ConnectionError,
-                     QStringLiteral("7"));
-}
-
 QByteArray value(const Page &page, int row, int column = 0)
 {
     return QByteArray(PQgetvalue(page->result, row, column),
@@ -60,13 +55,6 @@ bool isNull(const Page &page, int row, int column = 0)
 int number(const Page &page, int row)
 {
     return qFromBigEndian<qint32>(value(page, row).leftJustified(4, '\0', true).constData());
-}
-
-void command(const ConnectionPtr &connection, const char *sql)
-{
-    PGresult *result = PQexec(connection->connection(), sql);
-    QVERIFY2(PQresultStatus(result) == PGRES_COMMAND_OK, PQresultErrorMessage(result));
-    PQclear(result);
 }
 
 } // namespace
@@ -163,12 +151,7 @@ void tst_Dorvy3Statement_Exec::cleanupTestCase()
 
 ConnectionPtr tst_Dorvy3Statement_Exec::connect(const QString &database) const
 {
-    const QByteArray info = QStringLiteral("host=127.0.0.1 port=%1 user=dorvy dbname=%2 "
-                                           "sslmode=disable gssencmode=disable")
-                                .arg(proxy->port())
-                                .arg(database)
-                                .toLatin1();
-    return ConnectionPtr::create(PQconnectdb(info.constData()), QString());
+    return connectThrough(*proxy, database);
 }
 
 void tst_Dorvy3Statement_Exec::init()
@@ -190,12 +173,7 @@ void tst_Dorvy3Statement_Exec::cleanup()
 // The lines with the newest connection's number.
 QStringList tst_Dorvy3Statement_Exec::numbered(std::initializer_list<const char *> lines) const
 {
-    const QString own = QString::number(proxy->connectionCount());
-    QStringList result;
-    for (const char *line : lines) {
-        result += own + QString::fromUtf8(line);
-    }
-    return result;
+    return ::numbered(proxy->connectionCount(), lines);
 }
 
 void tst_Dorvy3Statement_Exec::prepare(const QString &text)
@@ -287,7 +265,7 @@ void tst_Dorvy3Statement_Exec::fullLastPage()
     prepare(QStringLiteral("SELECT generate_series(1, 128)"));
     const Page first = statement->exec(nullptr, -1, Page());
     QCOMPARE(PQntuples(first->result), 128);
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     const Page second = statement->exec(&error, -1, first);
     QCOMPARE(PQntuples(second->result), 0);
     QCOMPARE(PQnfields(second->result), 1);
@@ -380,7 +358,7 @@ void tst_Dorvy3Statement_Exec::laterPageNeedsTheTransaction()
 void tst_Dorvy3Statement_Exec::statementWithoutColumnsOnTheWire()
 {
     prepare(QStringLiteral("UPDATE counted SET n = n + 1"));
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     const Page result = statement->exec(&error, -1, Page());
     VERIFY_NO_ERROR(error);
     QCOMPARE(PQresultStatus(result->result), PGRES_COMMAND_OK);
@@ -587,7 +565,7 @@ void tst_Dorvy3Statement_Exec::nullsOfEveryKind()
 void tst_Dorvy3Statement_Exec::moreValuesAreIgnored()
 {
     prepare(QStringLiteral("SELECT $1::int4 + $2::int4"));
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     // The surplus is not even looked at: a value of that type has no form in any parameter.
     const Page page =
         statement->exec({QVariant(1), QVariant(2), QVariant(QVariantList{3})}, &error, -1);
@@ -736,14 +714,14 @@ void tst_Dorvy3Statement_Exec::notPreparedIsRefused()
 {
     QFETCH(bool, withValues);
     proxy->clear();
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     QVERIFY(!run(*statement, withValues, &error));
     COMPARE_ERROR(error, StatementError, unable(), executeFailed(), QStringLiteral("0"));
     QVERIFY(!run(*statement, withValues, nullptr));
     QCOMPARE(proxy->conversation(), QStringList());
     prepare(QStringLiteral("SELECT 1"));
     statement->hlpClear();
-    error = earlierError();
+    error = someError();
     QVERIFY(!run(*statement, withValues, &error));
     COMPARE_ERROR(error, StatementError, unable(), executeFailed(), QStringLiteral("0"));
 }
@@ -776,7 +754,7 @@ void tst_Dorvy3Statement_Exec::noConnectionIsRefused()
         PQclear(PQexec(connection->connection(), "SELECT 1"));
     }
     QVERIFY(!connection->isValid());
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     QVERIFY(!run(*statement, withValues, &error));
     COMPARE_ERROR(error, StatementError, unable(), noConnection(), QStringLiteral("0"));
     QVERIFY(!run(*statement, withValues, nullptr));
@@ -807,7 +785,7 @@ void tst_Dorvy3Statement_Exec::serverErrorIsReported()
     QFETCH(QString, text);
     QFETCH(QString, message);
     prepare(text);
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     QVERIFY(!run(*statement, withValues, &error));
     COMPARE_ERROR(error, StatementError, message, executeFailed(), QString());
 }
@@ -827,7 +805,7 @@ void tst_Dorvy3Statement_Exec::emptyQueryFails()
     QFETCH(bool, withValues);
     QFETCH(QString, text);
     prepare(text);
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     QVERIFY(!run(*statement, withValues, &error));
     COMPARE_ERROR(error, StatementError, QString(), executeFailed(), QString());
     QVERIFY(proxy->conversation().contains(numbered({"< EmptyQueryResponse"}).first()));
@@ -855,7 +833,7 @@ void tst_Dorvy3Statement_Exec::copyFails()
     QFETCH(QString, answer);
     command(connection, "COMMIT");
     prepare(text);
-    QSqlError error = earlierError();
+    QSqlError error = someError();
     QVERIFY(!run(*statement, withValues, &error));
     COMPARE_ERROR(error, StatementError, QString(), executeFailed(), QString());
     QVERIFY(proxy->conversation().contains(QString::number(proxy->connectionCount()) + answer));
@@ -918,10 +896,10 @@ void tst_Dorvy3Statement_Exec::successResetsTheError()
 {
     prepare(QStringLiteral("SELECT generate_series(1, 300)"));
     for (const bool withValues : {false, true}) {
-        QSqlError error = earlierError();
+        QSqlError error = someError();
         const Page first = run(*statement, withValues, &error);
         VERIFY_NO_ERROR(error);
-        error = earlierError();
+        error = someError();
         QVERIFY(statement->exec(&error, -1, first));
         VERIFY_NO_ERROR(error);
     }

@@ -6,9 +6,11 @@
 #include "access/dorvy3transacted.h"
 #include "client/libppq.h"
 
+#include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
+#include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
 #include <QtCore/QElapsedTimer>
@@ -30,41 +32,6 @@ namespace {
 
 constexpr int PromptMsec = 1000; // what nobody blocks is over by then
 constexpr int StallMsec = 150;   // long enough to see that something is blocked
-
-struct Clear
-{
-    void operator()(PGresult *result) const { PQclear(result); }
-};
-using ResultPtr = std::unique_ptr<PGresult, Clear>;
-using ConnectionPtr = QSharedPointer<Dorvy3Connection>;
-
-QStringList lines(std::initializer_list<const char *> texts)
-{
-    QStringList list;
-    for (const char *text : texts) {
-        list += QString::fromUtf8(text);
-    }
-    return list;
-}
-
-QByteArray ask(const ConnectionPtr &connection, const char *sql)
-{
-    const ResultPtr result(PQexec(connection->connection(), sql));
-    return PQresultStatus(result.get()) == PGRES_TUPLES_OK
-               ? QByteArray(PQgetvalue(result.get(), 0, 0))
-               : QByteArray(PQresultErrorMessage(result.get()));
-}
-
-bool run(const ConnectionPtr &connection, const char *sql)
-{
-    const ResultPtr result(PQexec(connection->connection(), sql));
-    return PQresultStatus(result.get()) == PGRES_COMMAND_OK;
-}
-
-PGTransactionStatusType status(const ConnectionPtr &connection)
-{
-    return PQtransactionStatus(connection->connection());
-}
 
 bool isFree(QMutex &mutex)
 {

@@ -5,6 +5,7 @@
 #include "client/libppq.h"
 #include "client/ppqsettle.h"
 
+#include "tests/support/libpqowners.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/wireproxy.h"
 
@@ -14,16 +15,7 @@
 
 namespace {
 
-struct Finish
-{
-    void operator()(PGconn *conn) const { PQfinish(conn); }
-};
-struct Clear
-{
-    void operator()(PGresult *result) const { PQclear(result); }
-};
-using ConnectionPtr = std::unique_ptr<PGconn, Finish>;
-using ResultPtr = std::unique_ptr<PGresult, Clear>;
+using ConnectionPtr = RawConnectionPtr;
 
 QByteArray value(const ResultPtr &result, int row, int column = 0)
 {
@@ -114,11 +106,7 @@ void tst_LibPpq::cleanupTestCase()
 
 ConnectionPtr tst_LibPpq::connect() const
 {
-    const QByteArray info = QStringLiteral("host=127.0.0.1 port=%1 user=dorvy dbname=postgres "
-                                           "sslmode=disable gssencmode=disable")
-                                .arg(proxy->port())
-                                .toLatin1();
-    return ConnectionPtr(PQconnectdb(info.constData()));
+    return ConnectionPtr(PQconnectdb(proxy->conninfo().constData()));
 }
 
 void tst_LibPpq::init()

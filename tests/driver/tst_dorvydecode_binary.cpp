@@ -7,8 +7,11 @@
 #include "access/dorvy3.h"
 #include "driver/dorvydriver.h"
 #include "tests/support/childprocess.h"
+#include "tests/support/dorvydatabase.h"
+#include "tests/support/localzone.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
+#include "tests/support/typeoids.h"
 
 #include <QtCore/QUuid>
 #include <QtSql/QSqlDatabase>
@@ -18,55 +21,9 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <ctime>
 #include <memory>
 
 namespace {
-
-constexpr int OidBool = 16;
-constexpr int OidBytea = 17;
-constexpr int OidName = 19;
-constexpr int OidInt8 = 20;
-constexpr int OidInt2 = 21;
-constexpr int OidInt4 = 23;
-constexpr int OidText = 25;
-constexpr int OidFloat4 = 700;
-constexpr int OidFloat8 = 701;
-constexpr int OidUnknown = 705;
-constexpr int OidBpchar = 1042;
-constexpr int OidVarchar = 1043;
-constexpr int OidDate = 1082;
-constexpr int OidTime = 1083;
-constexpr int OidTimestamp = 1114;
-constexpr int OidTimestampTz = 1184;
-constexpr int OidTimeTz = 1266;
-constexpr int OidNumeric = 1700;
-constexpr int OidUuid = 2950;
-constexpr int OidJsonb = 3802;
-
-// Three hours east of Greenwich all year, which needs no zone files.
-constexpr char Zone[] = "MSK-3";
-
-class LocalZone
-{
-public:
-    explicit LocalZone(const char *zone)
-        : old(qgetenv("TZ"))
-    {
-        qputenv("TZ", zone);
-        tzset();
-    }
-    ~LocalZone()
-    {
-        qputenv("TZ", old);
-        tzset();
-    }
-
-private:
-    Q_DISABLE_COPY(LocalZone)
-
-    QByteArray old;
-};
 
 // Without a server; texts are Latin-1. The bytes of the caller stay alive for raw views.
 QVariant decodeBytes(int oid, const QByteArray &bytes)
@@ -168,12 +125,8 @@ void tst_DorvyDecodeBinary::initTestCase()
 {
     QVERIFY2(cluster.start(), qPrintable(cluster.why()));
     cluster.createDatabase(QStringLiteral("russian"));
-    auto *driver = new DorvyDriver(QSharedPointer<Dorvy3Transacted>::create());
-    QSqlDatabase db = QSqlDatabase::addDatabase(driver, QStringLiteral("binary"));
-    db.setHostName(cluster.socketDir());
-    db.setPort(cluster.port());
-    db.setUserName(cluster.user());
-    db.setDatabaseName(QStringLiteral("russian"));
+    QSqlDatabase db =
+        addDorvyDatabase(QStringLiteral("binary"), cluster, QStringLiteral("russian"));
     QVERIFY_SQL(db, db.open());
 }
 

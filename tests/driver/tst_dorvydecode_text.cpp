@@ -6,60 +6,15 @@
 
 #include "access/dorvy3connection.h"
 #include "tests/support/childprocess.h"
+#include "tests/support/localzone.h"
+#include "tests/support/typeoids.h"
 
 #include <QtTest/QtTest>
-
-#include <ctime>
 
 Q_DECLARE_METATYPE(QVariant::Type)
 Q_DECLARE_METATYPE(QSql::NumericalPrecisionPolicy)
 
 namespace {
-
-constexpr int OidBool = 16;
-constexpr int OidBytea = 17;
-constexpr int OidName = 19;
-constexpr int OidInt8 = 20;
-constexpr int OidInt2 = 21;
-constexpr int OidInt4 = 23;
-constexpr int OidText = 25;
-constexpr int OidOid = 26;
-constexpr int OidFloat4 = 700;
-constexpr int OidFloat8 = 701;
-constexpr int OidUnknown = 705;
-constexpr int OidBpchar = 1042;
-constexpr int OidVarchar = 1043;
-constexpr int OidDate = 1082;
-constexpr int OidTime = 1083;
-constexpr int OidTimestamp = 1114;
-constexpr int OidTimestampTz = 1184;
-constexpr int OidNumeric = 1700;
-constexpr int OidUuid = 2950;
-constexpr int OidJsonb = 3802;
-
-// Three hours east of Greenwich all year, which needs no zone files.
-constexpr char Zone[] = "MSK-3";
-
-class LocalZone
-{
-public:
-    explicit LocalZone(const char *zone)
-        : old(qgetenv("TZ"))
-    {
-        qputenv("TZ", zone);
-        tzset();
-    }
-    ~LocalZone()
-    {
-        qputenv("TZ", old);
-        tzset();
-    }
-
-private:
-    Q_DISABLE_COPY(LocalZone)
-
-    QByteArray old;
-};
 
 QVariant decode(QVariant::Type type, int oid, const QByteArray &text,
                 QSql::NumericalPrecisionPolicy policy = QSql::LowPrecisionDouble)

@@ -8,7 +8,9 @@
 #include "driver/dorvydriver_p.h"
 #include "driver/dorvyresult.h"
 #include "driver/dorvyresult_p.h"
+#include "tests/support/dorvydatabase.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/someerror.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
 #include "tests/support/wireproxy.h"
@@ -57,12 +59,6 @@ QString applicationOptions(const char *name)
 {
     return QStringLiteral("sslmode=disable;gssencmode=disable;application_name=") +
            QLatin1String(name);
-}
-
-QSqlError someError()
-{
-    return QSqlError(QStringLiteral("driver"), QStringLiteral("database"), QSqlError::UnknownError,
-                     QStringLiteral("7"));
 }
 
 // A line of the proxy's record, of the client's on one connection.
@@ -178,11 +174,7 @@ bool tst_DorvyDriver::openDriver(DorvyDriver &target, const QString &options) co
 
 QSqlDatabase tst_DorvyDriver::addDatabase(const QString &name) const
 {
-    QSqlDatabase db = QSqlDatabase::addDatabase(new DorvyDriver(pool), name);
-    db.setHostName(cluster.socketDir());
-    db.setPort(cluster.port());
-    db.setUserName(cluster.user());
-    db.setDatabaseName(QStringLiteral("postgres"));
+    QSqlDatabase db = addDorvyDatabase(name, cluster, QStringLiteral("postgres"), pool);
     db.setConnectOptions(QStringLiteral("application_name=") + name);
     return db;
 }

@@ -11,6 +11,7 @@
 #include "driver/dorvyresult_p.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/someerror.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/wireproxy.h"
 
@@ -57,12 +58,6 @@ public:
 
     DorvyResultPrivate &half() { return *static_cast<DorvyResultPrivate *>(d_ptr); }
 };
-
-QSqlError someError()
-{
-    return QSqlError(QStringLiteral("driver"), QStringLiteral("database"), QSqlError::UnknownError,
-                     QStringLiteral("7"));
-}
 
 QString executeFailed()
 {

@@ -7,7 +7,9 @@
 #include "driver/dorvydriver_p.h"
 #include "driver/dorvyresult.h"
 #include "driver/dorvyresult_p.h"
+#include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/someerror.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
 #include "tests/support/wireproxy.h"
@@ -49,12 +51,6 @@ public:
 
     DorvyResultPrivate &half() { return *static_cast<DorvyResultPrivate *>(d_ptr); }
 };
-
-QSqlError someError()
-{
-    return QSqlError(QStringLiteral("driver"), QStringLiteral("database"), QSqlError::UnknownError,
-                     QStringLiteral("7"));
-}
 
 QString series(int rows)
 {
@@ -239,12 +235,8 @@ QStringList tst_DorvyResultNavigation::said() const
 QByteArray
 tst_DorvyResultNavigation::leftOn(const QSharedPointer<Dorvy3Connection> &connection) const
 {
-    PGresult *rows = PQexec(connection->connection(),
-                            "SELECT (SELECT count(*) FROM pg_prepared_statements) || ' ' || "
-                            "(SELECT count(*) FROM pg_cursors WHERE name <> '')");
-    const QByteArray counts(PQgetvalue(rows, 0, 0));
-    PQclear(rows);
-    return counts;
+    return ask(connection, "SELECT (SELECT count(*) FROM pg_prepared_statements) || ' ' || "
+                           "(SELECT count(*) FROM pg_cursors WHERE name <> '')");
 }
 
 void tst_DorvyResultNavigation::walkThroughPages_data()

@@ -5,6 +5,7 @@
 #include "access/dorvy3.h"
 #include "driver/dorvydecode_p.h"
 #include "driver/dorvydriver.h"
+#include "tests/support/dorvydatabase.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/wireproxy.h"
@@ -168,12 +169,9 @@ void tst_Encodings::databases()
 
 bool tst_Encodings::open(const QString &database)
 {
-    QSqlDatabase db = QSqlDatabase::addDatabase(
-        new DorvyDriver(QSharedPointer<Dorvy3Transacted>::create()), connectionName());
+    QSqlDatabase db = addDorvyDatabase(connectionName(), cluster, database);
     db.setHostName(proxy->host());
     db.setPort(proxy->port());
-    db.setUserName(cluster.user());
-    db.setDatabaseName(database);
     db.setConnectOptions(QStringLiteral("sslmode=disable;gssencmode=disable"));
     return db.open();
 }

@@ -4,6 +4,7 @@
 // A portal whose close fails on the server: a foreign table's, when its own server is gone.
 #include "access/dorvy3.h"
 #include "driver/dorvydriver.h"
+#include "tests/support/dorvydatabase.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
 
@@ -50,12 +51,7 @@ void tst_ForeignServer::initTestCase()
 void tst_ForeignServer::init()
 {
     QVERIFY2(remote.restart(), qPrintable(remote.why()));
-    database = QSqlDatabase::addDatabase(
-        new DorvyDriver(QSharedPointer<Dorvy3Transacted>::create()), QStringLiteral("foreign"));
-    database.setHostName(cluster.socketDir());
-    database.setPort(cluster.port());
-    database.setUserName(cluster.user());
-    database.setDatabaseName(QStringLiteral("postgres"));
+    database = addDorvyDatabase(QStringLiteral("foreign"), cluster);
     QVERIFY_SQL(database, database.open());
 }
 

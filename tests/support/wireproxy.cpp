@@ -85,6 +85,15 @@ WireProxy::~WireProxy()
     close(listener);
 }
 
+QByteArray WireProxy::conninfo(const QString &database) const
+{
+    return QStringLiteral("host=127.0.0.1 port=%1 user=dorvy dbname=%2 sslmode=disable "
+                          "gssencmode=disable")
+        .arg(port())
+        .arg(database)
+        .toLatin1();
+}
+
 void WireProxy::clear()
 {
     const QMutexLocker locker(&mutex);

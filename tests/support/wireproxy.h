@@ -31,6 +31,9 @@ public:
     QString host() const { return QStringLiteral("127.0.0.1"); }
     int port() const { return listenPort; }
 
+    /*! A connection string for libpq, through the proxy, as the superuser. */
+    QByteArray conninfo(const QString &database = QStringLiteral("postgres")) const;
+
     /*! Forgets what was recorded; connections keep their numbers, names start anew. */
     void clear();
 
