@@ -15,6 +15,7 @@
 class Dorvy3Connection;
 class Dorvy3Statement;
 class Dorvy3Transacted;
+class QSqlField;
 
 /*!
     The database handle: it opens the driver's own connection, on which transactions run and
@@ -73,6 +74,19 @@ public:
         Returns null on failure and tells why in \a error, which may be null.
     */
     QSharedPointer<Dorvy3Statement> statement(const QString &query, QSqlError *error);
+
+    /*!
+        \a field as an SQL literal by its declared type, "NULL" for a null field or an invalid date
+        or time. \a trimStrings takes white space from both ends of a string. Needs no connection.
+
+        Quotes and backslashes in a string get a backslash: the server reads them back where
+        standard_conforming_strings is off. Any type but bool, int, long long, double, string, byte
+        array, date, time and date-time ends the process.
+
+        Source: PostgreSQL documentation, Lexical Structure, String Constants; libpq,
+        PQescapeBytea.
+    */
+    QString formatValue(const QSqlField &field, bool trimStrings) const;
 
     /*! \a value in the quotes of a connection string, backslashes and quotes escaped. */
     QString hlpQuote(QString value) const;

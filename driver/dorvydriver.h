@@ -37,6 +37,36 @@ public:
     bool commitTransaction() override;
     bool rollbackTransaction() override;
 
+    /*!
+        The names of system tables, tables and views, in this order, by the flags in \a type. A
+        table or view outside the schema "public" comes as schema.table, unquoted; a system table
+        never carries its schema. Empty when the driver is closed or a query fails.
+    */
+    QStringList tables(QSql::TableType type) const override;
+
+    /*!
+        The columns of a table's primary key, the index named as on the server and its cursor name
+        \a tableName as given. \a tableName is a table or schema.table, each of which may stand in
+        double quotes and is looked up in lower case. Without fields when the table has no primary
+        key or cannot be found; a key column of a type that the driver does not know is fatal.
+    */
+    QSqlIndex primaryIndex(const QString &tableName) const override;
+
+    /*!
+        On servers from 12 on an empty record, since the catalog's column adsrc is gone there; on
+        older ones the process ends. \a tableName is as in primaryIndex().
+    */
+    QSqlRecord record(const QString &tableName) const override;
+
+    /*! \a field as an SQL literal; see Dorvy3Database::formatValue. */
+    QString formatValue(const QSqlField &field, bool trimStrings) const override;
+
+    /*!
+        \a identifier in double quotes, each part of schema.table in its own. A name that begins or
+        ends with a double quote, and an empty one, comes back as it is. \a type is not used.
+    */
+    QString escapeIdentifier(const QString &identifier, IdentifierType type) const override;
+
     /*! Always invalid: no native handle is exposed. */
     QVariant handle() const override;
     bool hasFeature(DriverFeature feature) const override;
