@@ -612,7 +612,7 @@ void tst_Dorvy3Connection::failedCommitGivesServersTextInItsEncoding()
                                "$$ BEGIN RAISE EXCEPTION '%', "
                                "convert_from('\\xcde5ebfce7ff', 'WIN1251'); END $$; "
                                "CREATE CONSTRAINT TRIGGER guard AFTER INSERT ON guarded "
-                               "DEFERRABLE INITIALLY DEFERRED FOR EACH ROW EXECUTE FUNCTION "
+                               "DEFERRABLE INITIALLY DEFERRED FOR EACH ROW EXECUTE PROCEDURE "
                                "guard()"),
                 database);
     const ConnectionPtr connection = connect(QString(), database);

@@ -583,7 +583,10 @@ void tst_Dorvy3DatabaseStatement::savepointIsLeftBehindByNobody()
     VERIFY_NO_ERROR(handle->beginTransaction());
     const StatementPtr statement = prepare(QStringLiteral("UPDATE t SET a = 1"));
     const QByteArray release = QByteArray("RELEASE SAVEPOINT ") + statement->statementname();
-    QVERIFY(ask(own(), release.constData()).contains("does not exist"));
+    // From 12 on the server says "savepoint ... does not exist".
+    const QByteArray answer = ask(own(), release.constData());
+    QVERIFY2(answer.contains("does not exist") || answer.contains("no such savepoint"),
+             answer.constData());
 }
 
 void tst_Dorvy3DatabaseStatement::poolDeliversNone()

@@ -337,7 +337,7 @@ void tst_Dorvy3Transacted::spareWithoutItsServerIsSkipped()
     ConnectionPtr survivor = borrow();
     ConnectionPtr orphan = borrow();
     const QByteArray pid = ask(orphan, "SELECT pg_backend_pid()");
-    cluster.run(QStringLiteral("SELECT pg_terminate_backend(%1, 10000)").arg(pid.toInt()));
+    cluster.terminate(pid.toInt());
     pool->put(key(), survivor);
     pool->put(key(), orphan); // its ROLLBACK finds the server gone
     QCOMPARE(spares().size(), 2);
@@ -356,7 +356,7 @@ void tst_Dorvy3Transacted::spareLostUnnoticedIsSkipped()
     const QByteArray pid = ask(orphan, "SELECT pg_backend_pid()");
     pool->put(direct(), survivor);
     pool->put(direct(), orphan);
-    cluster.run(QStringLiteral("SELECT pg_terminate_backend(%1, 10000)").arg(pid.toInt()));
+    cluster.terminate(pid.toInt());
     QVERIFY(orphan->isValid());
     QSqlError error;
     QCOMPARE(pool->get(direct(), QString(), &error), survivor);

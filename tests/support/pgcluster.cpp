@@ -232,6 +232,18 @@ void PgCluster::createDatabase(const QString &name, const QString &encoding)
             .arg(name, encoding));
 }
 
+void PgCluster::terminate(int pid) const
+{
+    run(QStringLiteral("SELECT pg_terminate_backend(%1)").arg(pid));
+    const QString listed =
+        QStringLiteral("SELECT count(*) FROM pg_stat_activity WHERE pid = %1").arg(pid);
+    QElapsedTimer timer;
+    timer.start();
+    while (value(listed) != QStringLiteral("0") && timer.elapsed() < StartMsec) {
+        QThread::msleep(PollMsec);
+    }
+}
+
 QStringList PgCluster::log() const
 {
     QFile file(folder + QStringLiteral("/server.log"));

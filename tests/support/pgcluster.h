@@ -67,6 +67,9 @@ public:
     */
     void createDatabase(const QString &name, const QString &encoding = QStringLiteral("UTF8"));
 
+    /*! Ends the backend \a pid and waits until the server does not list it any more. */
+    void terminate(int pid) const;
+
     /*! Lines of the server's log. */
     QStringList log() const;
 
