@@ -9,6 +9,7 @@
 #include <libpq-fe.h>
 
 #include <QtCore/QDateTime>
+#include <QtCore/QLocale>
 #include <QtCore/QVariant>
 #include <QtCore/qnumeric.h>
 #include <QtSql/QSqlField>
@@ -83,10 +84,14 @@ QString hlpDate(const QVariant &value)
     return date.isValid() ? hlpQuoted(date.toString(Qt::ISODate)) : hlpNull();
 }
 
+// In the C locale: QTime's own toString() writes the digits of the system's locale.
 QString hlpTime(const QVariant &value)
 {
     const QTime time = value.toTime();
-    return time.isValid() ? hlpQuoted(time.toString(QStringLiteral("hh:mm:ss.zzz"))) : hlpNull();
+    if (!time.isValid()) {
+        return hlpNull();
+    }
+    return hlpQuoted(QLocale::c().toString(time, QStringLiteral("hh:mm:ss.zzz")));
 }
 
 // The type and the zone stand in the literal, so that the server reads an instant whatever its own
@@ -99,7 +104,8 @@ QString hlpDateTime(const QVariant &value)
     }
     const QDateTime utc = moment.toTimeSpec(Qt::UTC);
     return QStringLiteral("TIMESTAMP WITH TIME ZONE ") +
-           hlpQuoted(utc.toString(QStringLiteral("yyyy-MM-ddThh:mm:ss.zzz")) + QLatin1Char('Z'));
+           hlpQuoted(QLocale::c().toString(utc, QStringLiteral("yyyy-MM-ddThh:mm:ss.zzz")) +
+                     QLatin1Char('Z'));
 }
 
 } // namespace
