@@ -17,11 +17,6 @@ const QTime baset(0, 0, 0, 0);
 constexpr double MsecPerDay = 86400000.0;
 constexpr double MaxDays = 1e12; // a Julian day that QDate can hold has fewer
 
-bool hlpIsDayNumber(double value)
-{
-    return std::isfinite(value) && std::fabs(value) < MaxDays;
-}
-
 } // namespace
 
 qint64 hlpPgDay(int year, int month, int day)
@@ -47,7 +42,7 @@ int hlpEncodePgDate(int year, int month, int day)
 
 QDate delphidate(double value)
 {
-    if (!hlpIsDayNumber(value)) {
+    if (!(std::fabs(value) < MaxDays)) { // NaN too
         return QDate();
     }
     double days = 0;
@@ -57,7 +52,7 @@ QDate delphidate(double value)
 
 QTime delphitime(double value)
 {
-    if (!hlpIsDayNumber(value)) {
+    if (std::isnan(value)) {
         return QTime();
     }
     double days = 0;

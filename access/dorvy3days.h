@@ -22,7 +22,8 @@ qint64 hlpPgDay(int year, int month, int day);
 /*!
     The date, time of day, and both, of a day number from 1899-12-30. A negative value is rounded
     toward the base date, and its fraction goes back from midnight: -1.25 is 1899-12-29 18:00.
-    A value that is not finite, or beyond what QDate can hold, gives an invalid date or time.
+    A value beyond what QDate can hold gives an invalid date, but still has its time, which for the
+    infinite is midnight. NaN has neither.
 */
 QDate delphidate(double value);
 QTime delphitime(double value);

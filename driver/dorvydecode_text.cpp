@@ -10,7 +10,6 @@
 
 #include <QtCore/QDateTime>
 
-#include <cmath>
 #include <memory>
 
 namespace {
@@ -38,6 +37,15 @@ QVariant hlpTextToLongLong(const QString &text)
     return ok ? QVariant(number) : QVariant();
 }
 
+// Toward zero. QVariant would round, and by adding a half, which the odd numbers from 2^52 on have
+// no room for: it makes the next even number of them. What does not fit is left to it.
+qlonglong hlpToWhole(double number)
+{
+    constexpr double Limit = 9223372036854775808.0; // 2^63
+    return number >= -Limit && number < Limit ? static_cast<qlonglong>(number)
+                                              : QVariant(number).toLongLong();
+}
+
 QVariant hlpTextToNumeric(const QString &text, QSql::NumericalPrecisionPolicy policy)
 {
     if (policy == QSql::HighPrecision) {
@@ -50,9 +58,9 @@ QVariant hlpTextToNumeric(const QString &text, QSql::NumericalPrecisionPolicy po
     }
     switch (policy) {
     case QSql::LowPrecisionInt64:
-        return QVariant(QVariant(std::trunc(number)).toLongLong());
+        return QVariant(hlpToWhole(number));
     case QSql::LowPrecisionInt32:
-        return QVariant(QVariant(std::trunc(number)).toInt());
+        return QVariant(static_cast<int>(hlpToWhole(number)));
     case QSql::LowPrecisionDouble:
         return QVariant(number);
     default:

@@ -31,6 +31,8 @@ private slots:
     void dayNumber();
     void dayNumberOfNoDay_data();
     void dayNumberOfNoDay();
+    void timeNeedsNoDate_data();
+    void timeNeedsNoDate();
     void fractionIsCutToMilliseconds_data();
     void fractionIsCutToMilliseconds();
     void dayNumberIsLocalTime();
@@ -62,6 +64,8 @@ void tst_Dorvy3Days::pgDateCountsFromTheYear2000_data()
     QTest::newRow("1 BC is a leap year") << -1 << 2 << 29 << -730426;
     QTest::newRow("first day of 1 BC") << -1 << 1 << 1 << -730485;
     QTest::newRow("Julian day 0, the server's first") << -4714 << 11 << 24 << -2451545;
+    // Before 4800 BC the divisions still cut toward zero, which is a day off.
+    QTest::newRow("long before the server's first") << -10000 << 3 << 1 << -4382484;
     QTest::newRow("four digits of year") << 9999 << 12 << 31 << 2921939;
     QTest::newRow("the server's last timestamp day") << 294276 << 12 << 31 << 106751982;
     QTest::newRow("the server's last date") << 5874897 << 12 << 31 << 2145031948;
@@ -161,9 +165,28 @@ void tst_Dorvy3Days::dayNumberOfNoDay()
     QFETCH(double, number);
     QVERIFY(!delphidate(number).isValid());
     QVERIFY(!delphidatetime(number).isValid());
-    if (!std::isfinite(number)) {
-        QVERIFY(!delphitime(number).isValid());
-    }
+}
+
+void tst_Dorvy3Days::timeNeedsNoDate_data()
+{
+    QTest::addColumn<double>("number");
+    QTest::addColumn<QTime>("time");
+    // The fraction counts, also of a day that no QDate holds.
+    QTest::newRow("quarter beyond QDate") << 4e12 + 0.25 << QTime(6, 0, 0, 0);
+    QTest::newRow("quarter before QDate") << -4e12 - 0.25 << QTime(18, 0, 0, 0);
+    QTest::newRow("whole days beyond 64 bits") << 1e19 << QTime(0, 0, 0, 0);
+    QTest::newRow("largest double") << std::numeric_limits<double>::max() << QTime(0, 0, 0, 0);
+    // The infinite have the fraction 0.
+    QTest::newRow("infinity") << Infinity << QTime(0, 0, 0, 0);
+    QTest::newRow("negative infinity") << -Infinity << QTime(0, 0, 0, 0);
+    QTest::newRow("NaN") << NotANumber << QTime();
+}
+
+void tst_Dorvy3Days::timeNeedsNoDate()
+{
+    QFETCH(double, number);
+    QFETCH(QTime, time);
+    QCOMPARE(delphitime(number), time);
 }
 
 void tst_Dorvy3Days::fractionIsCutToMilliseconds_data()

@@ -22,6 +22,19 @@
 #include <limits>
 #include <memory>
 
+// Types of an application's own, which QVariant all counts as one.
+struct Circle
+{
+    int radius;
+};
+Q_DECLARE_METATYPE(Circle)
+
+struct Square
+{
+    int side;
+};
+Q_DECLARE_METATYPE(Square)
+
 namespace {
 
 using Page = QSharedPointer<Dorvy3Result>;
@@ -167,6 +180,7 @@ void dateRows()
     row("date last of 1 BC", Date, QDate(-1, 12, 31), "fff4dbf8");
     row("date first of the server's", Date, QDate(-4714, 11, 24), "ffda97a7");
     row("date last of the server's", Date, QDate(5874897, 12, 31), "7fda970c");
+    row("date last of 32 bits", Date, QDate(5881610, 7, 11), "7fffffff");
     row("date of a date-time", Date, QDateTime(QDate(2004, 2, 29), QTime(23, 59)), "000005f0");
     row("date of a text", Date, QStringLiteral("2004-02-29"), "000005f0");
 }
@@ -352,6 +366,17 @@ void refusedNumberRows()
     refused("numeric of infinity in a text", Numeric, QStringLiteral("inf"), 10);
 }
 
+void refusedOwnTypeRows()
+{
+    qRegisterMetaType<Circle>(); // so that the other one's own number is not the common one
+    const QVariant square = QVariant::fromValue(Square{1});
+    refused("int4 of an own type", Int4, square, 1024);
+    refused("numeric of an own type", Numeric, square, 1024);
+    refused("bytea of an own type", Bytea, square, 1024);
+    refused("date of an own type", Date, square, 1024);
+    refused("timestamp of an own type", Timestamp, square, 1024);
+}
+
 void refusedByteRows()
 {
     refused("bytea of no bytes", Bytea, QByteArray(""), 12);
@@ -370,6 +395,8 @@ void refusedTimeRows()
     refused("date of a time", Date, QTime(1, 0), 15);
     refused("date of an int", Date, 36526, 2);
     refused("date of a date-time without date", Date, noDate, 16);
+    refused("date beyond 32 bits", Date, QDate(5881610, 7, 12), 14);
+    refused("date far beyond 32 bits", Date, QDate(20000000, 1, 1), 14);
     refused("time of a word", Time, word, 10);
     refused("time of no such hour", Time, QStringLiteral("25:00:00"), 10);
     refused("time of a date", Time, QDate(2000, 1, 1), 14);
@@ -400,6 +427,7 @@ void refusedRows()
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("message");
     refusedNumberRows();
+    refusedOwnTypeRows();
     refusedByteRows();
     refusedTimeRows();
 }

@@ -98,6 +98,7 @@ private slots:
     void timestampInfinity();
     void numeric_data();
     void numeric();
+    void numericWithoutGroupsHasNoSign();
     void numericBeyondTheRangeIsInfinite();
     void numericOfHostileWeight_data();
     void numericOfHostileWeight();
@@ -253,6 +254,8 @@ void tst_DorvyDecodeBinary::texts_data()
             << oid << QByteArray("\xe9t\xe9") << accented;
         QTest::newRow((name + " blank inside").constData())
             << oid << QByteArray("a b") << QStringLiteral("a b");
+        QTest::newRow((name + " up to the first zero").constData())
+            << oid << QByteArray("ab\0cd", 5) << QStringLiteral("ab");
     }
     QTest::newRow("name keeps blanks") << OidName << QByteArray(" ab ") << QStringLiteral(" ab ");
     QTest::newRow("text keeps blanks") << OidText << QByteArray(" ab ") << QStringLiteral(" ab ");
@@ -263,6 +266,8 @@ void tst_DorvyDecodeBinary::texts_data()
     QTest::newRow("bpchar loses leading blanks")
         << OidBpchar << QByteArray("  ab ") << QStringLiteral("ab");
     QTest::newRow("bpchar of blanks") << OidBpchar << QByteArray("     ") << QString();
+    QTest::newRow("bpchar loses other white space")
+        << OidBpchar << QByteArray("\tab\n") << QStringLiteral("ab");
 }
 
 void tst_DorvyDecodeBinary::texts()
@@ -349,6 +354,8 @@ void tst_DorvyDecodeBinary::calendarDate_data()
     row("PostgreSQL's first day", -2451545, -4714, 11, 24);
     row("PostgreSQL's last date", 2145031948, 5874897, 12, 31);
     row("greatest 32-bit number", 2147483647, 5881610, 7, 11);
+    // Before March 4801 BC the divisions cut toward zero, and the day is none of the calendar.
+    row("least 32-bit number", Q_INT64_C(-2147483648), -5877611, 7, -8);
 }
 
 void tst_DorvyDecodeBinary::calendarDate()
@@ -431,6 +438,7 @@ void tst_DorvyDecodeBinary::dateInfinity()
     // No date of its own: both numbers go through the calendar like any other.
     QCOMPARE(decode(OidDate, "7fffffff").toDate(), QDate(5881610, 7, 11));
     QCOMPARE(decode(OidDate, "80000000").userType(), int(QMetaType::QDate));
+    QVERIFY(!decode(OidDate, "80000000").toDate().isValid());
 }
 
 void tst_DorvyDecodeBinary::time_data()
@@ -537,7 +545,9 @@ void tst_DorvyDecodeBinary::timestampInfinity()
     const QDateTime decoded = decode(OidTimestamp, "7fffffffffffffff").toDateTime();
     QCOMPARE(decoded.date(), QDate(294277, 1, 9));
     QCOMPARE(decoded.time(), QTime(4, 0, 54, 775));
-    QCOMPARE(decode(OidTimestamp, "8000000000000000").userType(), int(QMetaType::QDateTime));
+    const QDateTime least = decode(OidTimestamp, "8000000000000000").toDateTime();
+    QCOMPARE(least.date(), QDate(-290278, 12, 24));
+    QCOMPARE(least.time(), QTime(0, 0));
 }
 
 void tst_DorvyDecodeBinary::numeric_data()
@@ -590,6 +600,13 @@ void tst_DorvyDecodeBinary::numeric()
     QCOMPARE(decoded.userType(), int(QMetaType::Double));
     QVERIFY2(qAbs(decoded.toDouble() - value) <= qAbs(value) * 1e-14,
              qPrintable(QString::number(decoded.toDouble(), 'g', 17)));
+}
+
+void tst_DorvyDecodeBinary::numericWithoutGroupsHasNoSign()
+{
+    for (const char *hex : {"0000 0000 0000 0000", "0000 0000 4000 0000", "0000 0000 c000 0000"}) {
+        QVERIFY(!std::signbit(decode(OidNumeric, hex).toDouble()));
+    }
 }
 
 void tst_DorvyDecodeBinary::numericBeyondTheRangeIsInfinite()

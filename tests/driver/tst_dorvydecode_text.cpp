@@ -11,6 +11,8 @@
 
 #include <QtTest/QtTest>
 
+#include <limits>
+
 Q_DECLARE_METATYPE(QVariant::Type)
 Q_DECLARE_METATYPE(QSql::NumericalPrecisionPolicy)
 
@@ -207,7 +209,8 @@ void tst_DorvyDecodeText::floatingPoint()
 
 void tst_DorvyDecodeText::badFloatingPointIsZero()
 {
-    for (const char *text : {"", "abc", "1.5x"}) {
+    // The server's own word for the infinite is none of Qt's.
+    for (const char *text : {"", "abc", "1.5x", "Infinity", "-Infinity"}) {
         const QVariant decoded = decode(QVariant::Double, OidFloat8, text);
         QCOMPARE(metaType(decoded), int(QMetaType::Double));
         QCOMPARE(decoded.toDouble(), 0.0);
@@ -233,9 +236,23 @@ void tst_DorvyDecodeText::numericByPolicy_data()
                                           << QVariant(Q_INT64_C(5000000000));
     QTest::newRow("least int32") << QByteArray("-2147483648") << QSql::LowPrecisionInt32
                                  << QVariant(int(-2147483647 - 1));
+    QTest::newRow("greatest int32")
+        << QByteArray("2147483647.99") << QSql::LowPrecisionInt32 << QVariant(2147483647);
+    // Odd numbers from 2^52 on have no room for the half that rounding to the nearest would add.
+    QTest::newRow("int64 odd, 53 bits") << QByteArray("4503599627370497") << QSql::LowPrecisionInt64
+                                        << QVariant(Q_INT64_C(4503599627370497));
+    QTest::newRow("int64 of 53 ones") << QByteArray("9007199254740991") << QSql::LowPrecisionInt64
+                                      << QVariant(Q_INT64_C(9007199254740991));
+    QTest::newRow("int64 odd, negative")
+        << QByteArray("-4503599627370497") << QSql::LowPrecisionInt64
+        << QVariant(Q_INT64_C(-4503599627370497));
+    QTest::newRow("least int64") << QByteArray("-9223372036854775808") << QSql::LowPrecisionInt64
+                                 << QVariant(std::numeric_limits<qint64>::min());
     QTest::newRow("long text itself")
         << QByteArray("123456789012345678901234567890.123456789") << QSql::HighPrecision
         << QVariant(QStringLiteral("123456789012345678901234567890.123456789"));
+    QTest::newRow("text itself, as Latin-1")
+        << QByteArray("12\xe9") << QSql::HighPrecision << QVariant(QString::fromUtf8("12\u00e9"));
 }
 
 void tst_DorvyDecodeText::numericByPolicy()
@@ -433,7 +450,9 @@ void tst_DorvyDecodeText::shortDateTimeIsNull()
 
 void tst_DorvyDecodeText::badDateTimeIsInvalid()
 {
-    for (const char *text : {"abcdefghij", "2016-13-01 10:00:00", "2016-03-01 25:00:00+03"}) {
+    // The end of a date alone looks like an offset and gets minutes, which no date has.
+    for (const char *text :
+         {"abcdefghij", "2016-13-01 10:00:00", "2016-03-01 25:00:00+03", "2016-03-01"}) {
         const QVariant decoded = decode(QVariant::DateTime, OidTimestampTz, text);
         QCOMPARE(metaType(decoded), int(QMetaType::QDateTime));
         QVERIFY(!decoded.toDateTime().isValid());

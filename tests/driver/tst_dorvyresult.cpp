@@ -21,6 +21,7 @@
 #include <QtSql/QSqlRecord>
 #include <QtTest/QtTest>
 
+#include <cstdio>
 #include <memory>
 
 Q_DECLARE_METATYPE(QVariant::Type)
@@ -144,6 +145,7 @@ private slots:
 
     void dataWithoutPageIsInvalid();
     void dataBeyondTheColumnsIsInvalid();
+    void dataOfNothingIsSilent();
     void dataOfNegativeColumnIsFatal();
     void nullHasItsType_data();
     void nullHasItsType();
@@ -152,6 +154,7 @@ private slots:
     void dataOfTextResult();
     void timeInTextResultIsFatal();
     void isNullTellsNullsFromValues();
+    void isNullOfNoColumnIsTrue();
 
     void resultLeavesTheDriversList();
     void resultOutlivesItsDriver();
@@ -789,6 +792,23 @@ void tst_DorvyResult::dataBeyondTheColumnsIsInvalid()
     QVERIFY(!result->data(0).isValid());
 }
 
+void tst_DorvyResult::dataOfNothingIsSilent()
+{
+    const ChildOutcome outcome = runInChild([this]() {
+        DorvyDriver own(QSharedPointer<Dorvy3Transacted>::create());
+        own.open(QStringLiteral("postgres"), QStringLiteral("dorvy"), QString(),
+                 cluster.socketDir(), cluster.port(), QString());
+        OpenResult rows(&own);
+        rows.data(0);
+        rows.reset(QStringLiteral("SELECT 1"));
+        rows.fetchFirst();
+        rows.data(1);
+        std::printf("read %d", rows.data(0).toInt());
+    });
+    QCOMPARE(outcome.output, QStringLiteral("read 1"));
+    QVERIFY(!outcome.aborted);
+}
+
 void tst_DorvyResult::dataOfNegativeColumnIsFatal()
 {
     VERIFY_FATAL(runInChild([this]() {
@@ -919,6 +939,17 @@ void tst_DorvyResult::isNullTellsNullsFromValues()
     QVERIFY(!result->isNull(1));
     QVERIFY(!result->isNull(2));
     QVERIFY(result->isNull(3));
+}
+
+void tst_DorvyResult::isNullOfNoColumnIsTrue()
+{
+    // The column goes to libpq as it is, and libpq calls one that is not there null.
+    QVERIFY(result->reset(QStringLiteral("SELECT 0, 1")));
+    QVERIFY(result->fetchFirst());
+    QVERIFY(!result->isNull(1));
+    for (const int column : {-1, 2, 2147483647}) {
+        QVERIFY(result->isNull(column));
+    }
 }
 
 void tst_DorvyResult::resultLeavesTheDriversList()

@@ -14,6 +14,7 @@
 #include <memory>
 
 #include <arpa/inet.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -235,11 +236,9 @@ void PgCluster::createDatabase(const QString &name, const QString &encoding)
 void PgCluster::terminate(int pid) const
 {
     run(QStringLiteral("SELECT pg_terminate_backend(%1)").arg(pid));
-    const QString listed =
-        QStringLiteral("SELECT count(*) FROM pg_stat_activity WHERE pid = %1").arg(pid);
     QElapsedTimer timer;
     timer.start();
-    while (value(listed) != QStringLiteral("0") && timer.elapsed() < StartMsec) {
+    while (kill(pid, 0) == 0 && timer.elapsed() < StartMsec) {
         QThread::msleep(PollMsec);
     }
 }

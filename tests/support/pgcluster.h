@@ -67,7 +67,7 @@ public:
     */
     void createDatabase(const QString &name, const QString &encoding = QStringLiteral("UTF8"));
 
-    /*! Ends the backend \a pid and waits until the server does not list it any more. */
+    /*! Ends the backend \a pid and waits until its process, and so its socket, is gone. */
     void terminate(int pid) const;
 
     /*! Lines of the server's log. */
