@@ -43,7 +43,8 @@ void Dorvy3Connection::setSearchPath(const QString &searchPath)
     if (searchPath.isEmpty()) {
         return;
     }
-    PQclear(PQexec(handle, server(QStringLiteral("SET SEARCH_PATH TO ") + searchPath).constData()));
+    PQclear(PQexec(connection(),
+                   server(QStringLiteral("SET SEARCH_PATH TO ") + searchPath).constData()));
 }
 
 PGconn *Dorvy3Connection::connection()

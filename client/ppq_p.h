@@ -57,11 +57,14 @@ bool ppqEnqueue(PGconn *conn, PGQueryClass queryClass);
 
 /*
  * Gives up a connection whose messages could be sent, or whose answer could be received, only in
- * part, and makes its error message a result.
+ * part.  Its error message tells why.
  */
-PGresult *ppqFailedResult(PGconn *conn);
+void ppqGiveUp(PGconn *conn);
 
-/* Sends what is in the buffer, takes in the whole answer and returns its last result. */
+/*
+ * Sends what is in the buffer, takes in the whole answer and returns its last result; NULL when
+ * the connection is lost.
+ */
 PGresult *ppqFinish(PGconn *conn);
 
 /* The length word of the message at buffer, which has at least a whole header. */

@@ -98,7 +98,7 @@ static bool ppqCloseAgain(PGconn *conn, const char *stmtName)
         !ppqEnqueue(conn, PGQUERY_EXTENDED))
         return false;
     if (!ppqPutClose(conn, 'S', stmtName) || !ppqPutSync(conn)) {
-        PQclear(ppqFailedResult(conn));
+        ppqGiveUp(conn);
         return false;
     }
     return ppqDiscard(conn, &failed);

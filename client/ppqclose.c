@@ -58,7 +58,7 @@ int PPQclose(PGconn *conn, const char *portalName, const char *stmtName)
         !ppqBeginClose(conn, stmtName))
         return 0;
     if (!ppqPutCloses(conn, portalName, stmtName)) {
-        PQclear(ppqFailedResult(conn));
+        ppqGiveUp(conn);
         return 0;
     }
     /* A portal alone waits for the Bind that reopens it, to share its write and its Sync. */

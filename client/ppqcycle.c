@@ -96,38 +96,38 @@ static bool ppqExchange(PGconn *conn)
     return unsent == 0 && pqWait(true, false, conn) == 0 && pqReadData(conn) >= 0;
 }
 
-/*
- * Gives the connection up and turns its error message into the result of the cycle.  The rest of
- * an answer may still be under way, and would be taken for that of the next cycle.
- */
-PGresult *ppqFailedResult(PGconn *conn)
+/* The rest of an answer may still be under way, and would be taken for that of the next cycle. */
+void ppqGiveUp(PGconn *conn)
 {
     pqDropConnection(conn, true);
     conn->status = CONNECTION_BAD;
-    pqSaveErrorResult(conn);
+    pqClearAsyncResult(conn);
     conn->asyncStatus = PGASYNC_IDLE;
-    return pqPrepareAsyncResult(conn);
 }
 
 /* libpq keeps a write error back, in case the server's last words explain it better. */
-static PGresult *ppqWriteFailedResult(PGconn *conn)
+static void ppqGiveUpWriting(PGconn *conn)
 {
     const char *reason = conn->write_err_msg;
 
     appendPQExpBufferStr(&conn->errorMessage, reason != NULL ? reason : "write to server failed\n");
-    return ppqFailedResult(conn);
+    ppqGiveUp(conn);
 }
 
-/* PQgetResult, with a parser that knows PortalSuspended. */
+/* PQgetResult, with a parser that knows PortalSuspended; NULL also when the connection is lost. */
 static PGresult *ppqGetResult(PGconn *conn)
 {
     ppqParse(conn);
     while (conn->asyncStatus == PGASYNC_BUSY) {
-        if (!ppqExchange(conn))
-            return ppqFailedResult(conn);
+        if (!ppqExchange(conn)) {
+            ppqGiveUp(conn);
+            return NULL;
+        }
         ppqParse(conn);
-        if (conn->write_failed && conn->asyncStatus == PGASYNC_BUSY)
-            return ppqWriteFailedResult(conn);
+        if (conn->write_failed && conn->asyncStatus == PGASYNC_BUSY) {
+            ppqGiveUpWriting(conn);
+            return NULL;
+        }
     }
     return PQgetResult(conn);
 }
@@ -151,6 +151,11 @@ PGresult *ppqFinish(PGconn *conn)
         last = result;
         if (ppqIsCopy(PQresultStatus(result)) || conn->status == CONNECTION_BAD)
             break;
+    }
+    if (conn->status == CONNECTION_BAD) {
+        /* Its error message has the server's last words, too; the last result does not. */
+        PQclear(last);
+        return NULL;
     }
     if (last == NULL) {
         ppqSetError(conn, "the server answered without a result");

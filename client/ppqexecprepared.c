@@ -67,7 +67,9 @@ PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const
     if (!ppqPutBind(conn, stmtName, portalName, nParams, paramValues, paramLengths, paramFormats,
                     resultFormat) ||
         !ppqPutDescribePortal(conn, portalName) || !ppqPutExecute(conn, portalName, maxRows) ||
-        !ppqPutSync(conn))
-        return ppqFailedResult(conn);
+        !ppqPutSync(conn)) {
+        ppqGiveUp(conn);
+        return NULL;
+    }
     return ppqFinish(conn);
 }

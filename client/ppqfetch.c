@@ -42,8 +42,10 @@ static PGresult *ppqFetchInto(PGconn *conn, int maxRows, const char *portalName,
         return NULL;
     }
     conn->result = page;
-    if (!ppqPutExecute(conn, portalName, maxRows) || !ppqPutSync(conn))
-        return ppqFailedResult(conn);
+    if (!ppqPutExecute(conn, portalName, maxRows) || !ppqPutSync(conn)) {
+        ppqGiveUp(conn);
+        return NULL;
+    }
     return ppqFinish(conn);
 }
 

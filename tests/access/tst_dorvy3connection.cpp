@@ -6,6 +6,7 @@
 #include "client/libppq.h"
 
 #include "tests/support/connectionhelpers.h"
+#include "tests/support/namedcodec.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/scriptedserver.h"
 #include "tests/support/sqlmacros.h"
@@ -19,6 +20,7 @@
 
 #include <memory>
 #include <thread>
+#include <type_traits>
 
 Q_DECLARE_METATYPE(QSqlError::ErrorType)
 Q_DECLARE_METATYPE(PGTransactionStatusType)
@@ -36,9 +38,11 @@ private slots:
     void searchPathIsSentVerbatim();
     void searchPathIsSentInServersEncoding();
     void failedSettingsAreSilent();
+    void dateStyleGoesThroughNoCodec();
     void dateStyleIsIso();
     void setSearchPathSendsIt();
 
+    void connectionIsTheOnlyVirtualOperation();
     void nullHandleSendsNothing();
     void nullHandleSpeaksLatin1();
     void isOpenFollowsTheHandle();
@@ -49,8 +53,11 @@ private slots:
 
     void codecsByReportedName_data();
     void codecsByReportedName();
+    void codecsOfWindowsNames_data();
+    void codecsOfWindowsNames();
     void localeCodecIsChosenAtConstruction();
     void clientReadsExactlyItsLength();
+    void clientOfNullBytesIsNull();
     void russianBothWays_data();
     void russianBothWays();
     void serverTextFollowsServersEncodingAndClientTextClients();
@@ -65,6 +72,8 @@ private slots:
     void refusedCommandGivesServersMessage();
     void nullResultGivesConnectionsMessage_data();
     void nullResultGivesConnectionsMessage();
+    void nullResultIsReadInTheClientsEncoding_data();
+    void nullResultIsReadInTheClientsEncoding();
     void lostConnectionGivesLibpqsMessage_data();
     void lostConnectionGivesLibpqsMessage();
     void failedCommitGivesServersTextInItsEncoding();
@@ -94,6 +103,9 @@ void tst_Dorvy3Connection::initTestCase()
     cluster.run(QStringLiteral("CREATE SCHEMA one"));
     cluster.run(QStringLiteral("CREATE SCHEMA two"));
     qunsetenv("PGCLIENTENCODING"); // the servers' own choice is tested
+    for (const char *name : {"WIN9", "CP9", "CP9CP", "XCP9"}) {
+        new NamedCodec(name); // Qt's registry takes it
+    }
 }
 
 void tst_Dorvy3Connection::init()
@@ -161,6 +173,14 @@ void tst_Dorvy3Connection::failedSettingsAreSilent()
     VERIFY_NO_ERROR(connection.beginTransaction());
 }
 
+void tst_Dorvy3Connection::dateStyleGoesThroughNoCodec()
+{
+    ScriptedServer server("CP9", "CP9");
+    Dorvy3Connection connection(PQconnectdb(server.conninfo().constData()), QStringLiteral("one"));
+    QCOMPARE(server.queries(),
+             QList<QByteArray>({"SET DATESTYLE TO 'ISO'", "CP9:SET SEARCH_PATH TO one"}));
+}
+
 void tst_Dorvy3Connection::dateStyleIsIso()
 {
     const ConnectionPtr connection(new Dorvy3Connection(
@@ -176,6 +196,14 @@ void tst_Dorvy3Connection::setSearchPathSendsIt()
     QCOMPARE(proxy->frontend(), QStringList());
     connection->setSearchPath(QStringLiteral("one, two"));
     QCOMPARE(proxy->frontend(), lines({"1> Query \"SET SEARCH_PATH TO one, two\""}));
+}
+
+void tst_Dorvy3Connection::connectionIsTheOnlyVirtualOperation()
+{
+    // The pool calls it through the virtual table; nobody destroys through a base.
+    QVERIFY(std::is_polymorphic<Dorvy3Connection>::value);
+    QVERIFY(!std::has_virtual_destructor<Dorvy3Connection>::value);
+    QCOMPARE(sizeof(Dorvy3Connection), 4 * sizeof(void *)); // the table, a handle, two codecs
 }
 
 void tst_Dorvy3Connection::nullHandleSendsNothing()
@@ -313,6 +341,34 @@ void tst_Dorvy3Connection::codecsByReportedName()
     QCOMPARE(connection.client(received.constData(), received.size()), text);
 }
 
+void tst_Dorvy3Connection::codecsOfWindowsNames_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QByteArray>("sent");
+    QTest::addColumn<QString>("received");
+
+    QTest::newRow("as reported before CP")
+        << QByteArray("WIN9") << QByteArray("WIN9:a") << QStringLiteral("WIN9:a");
+    QTest::newRow("every WIN becomes CP")
+        << QByteArray("WIN9WIN") << QByteArray("CP9CP:a") << QStringLiteral("CP9CP:a");
+    QTest::newRow("every win becomes CP")
+        << QByteArray("win9Win") << QByteArray("CP9CP:a") << QStringLiteral("CP9CP:a");
+    QTest::newRow("WIN inside the name stays")
+        << QByteArray("XWIN9") << QByteArray("a") << QStringLiteral("a");
+}
+
+void tst_Dorvy3Connection::codecsOfWindowsNames()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(QByteArray, sent);
+    QFETCH(QString, received);
+    const ScriptedServer server(name, name);
+    const Dorvy3Connection connection(PQconnectdb(server.conninfo().constData()), QString());
+    QVERIFY(connection.isValid());
+    QCOMPARE(connection.server(QStringLiteral("a")), sent);
+    QCOMPARE(connection.client("a", -1), received);
+}
+
 void tst_Dorvy3Connection::localeCodecIsChosenAtConstruction()
 {
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("KOI8-R"));
@@ -327,9 +383,19 @@ void tst_Dorvy3Connection::clientReadsExactlyItsLength()
     const ConnectionPtr connection = connect(QString(), QStringLiteral("db_win1251"));
     const char bytes[] = "\xD9\xE8\0\xE9";
     QCOMPARE(connection->client(bytes, -1), QStringLiteral("Щи"));
+    QCOMPARE(connection->client(bytes, -7), QStringLiteral("Щи"));
     QCOMPARE(connection->client(bytes, 1), QStringLiteral("Щ"));
     QCOMPARE(connection->client(bytes, 4), QStringLiteral("Щи") + QChar(0) + QStringLiteral("й"));
     QCOMPARE(connection->client(bytes, 0), QString());
+}
+
+void tst_Dorvy3Connection::clientOfNullBytesIsNull()
+{
+    const ConnectionPtr connection = connect();
+    QVERIFY(connection->client(nullptr, -1).isNull());
+    QVERIFY(connection->client(nullptr, 3).isNull());
+    const Dorvy3Connection codecless(nullptr, QString());
+    QVERIFY(codecless.client(nullptr, -1).isNull());
 }
 
 void tst_Dorvy3Connection::russianBothWays_data()
@@ -578,6 +644,28 @@ void tst_Dorvy3Connection::nullResultGivesConnectionsMessage()
                   QString());
     QCOMPARE(proxy->frontend(), QStringList());
     QVERIFY(connection->isValid());
+}
+
+void tst_Dorvy3Connection::nullResultIsReadInTheClientsEncoding_data()
+{
+    refusedCommandGivesServersMessage_data();
+}
+
+void tst_Dorvy3Connection::nullResultIsReadInTheClientsEncoding()
+{
+    QFETCH(QString, operation);
+    QFETCH(QByteArray, sql);
+    QFETCH(QString, driverText);
+    const ScriptedServer server("UTF8", "CP9");
+    Dorvy3Connection connection(PQconnectdb(server.conninfo().constData()), QString());
+    if (sql != "BEGIN") {
+        VERIFY_NO_ERROR(connection.beginTransaction());
+    }
+    QCOMPARE(PQenterPipelineMode(connection.connection()), 1);
+    COMPARE_ERROR(transactionCommand(connection, operation), TransactionError, driverText,
+                  QStringLiteral("CP9:synchronous command execution functions are not allowed in "
+                                 "pipeline mode\n"),
+                  QString());
 }
 
 void tst_Dorvy3Connection::lostConnectionGivesLibpqsMessage_data()

@@ -9,24 +9,49 @@
 #include "access/dorvy3transacted.h"
 
 #include "tests/support/connectionhelpers.h"
+#include "tests/support/libpqcalls.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
 #include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
+#include <libpq-events.h>
+
 #include <QtCore/QSharedPointer>
+#include <QtCore/QStringList>
 #include <QtCore/QTextCodec>
+#include <QtCore/QWeakPointer>
 #include <QtTest/QtTest>
 
 #include <memory>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace {
 
 using StatementPtr = QSharedPointer<Dorvy3Statement>;
 using Access = Dorvy3TestAccess;
+
+/*! Whether a handle still holds its borrowed connection when an answer to the latter comes in. */
+struct Answers
+{
+    const Dorvy3Database *handle;
+    QStringList found;
+
+    static int note(PGEventId event, void *info, void *answers)
+    {
+        if (event == PGEVT_RESULTCREATE) {
+            auto *self = static_cast<Answers *>(answers);
+            const auto *created = static_cast<PGEventResultCreate *>(info);
+            self->found += QString::fromLatin1(PQcmdStatus(created->result)) +
+                           (Access::readConnection(*self->handle) ? QStringLiteral(", held")
+                                                                  : QStringLiteral(", given up"));
+        }
+        return 1;
+    }
+};
 
 const char *const ServerVariables[] = {"PGHOST", "PGPORT", "PGUSER", "PGDATABASE"};
 
@@ -46,7 +71,8 @@ private slots:
     void connectionString_data();
     void connectionString();
     void emptyArgumentsMakeAnEmptyString();
-    void portZeroIsNotLeftOut();
+    void portIsLeftOutAtMinusOneOnly_data();
+    void portIsLeftOutAtMinusOneOnly();
     void optionsReachTheServer();
     void quotedValuesReachTheServer();
     void connectionStringGoesAsLatin1ButIsKeptWhole();
@@ -54,6 +80,8 @@ private slots:
     void passwordOpens();
     void wrongPasswordIsRefused();
 
+    void isAPlainMember();
+    void keepsThePool();
     void startsClosed();
     void openSetsUpTheConnection();
     void openSetsTheSchema();
@@ -63,6 +91,7 @@ private slots:
     void failedSecondOpenLeavesClosed();
     void failedOpenTellsLibpqsMessage();
     void failedOpenFinishesTheHandle();
+    void noHandleTellsNoMessage();
     void failedOpenIsReadAsCp1251();
     void isOpenSeesALostConnection();
 
@@ -71,6 +100,8 @@ private slots:
     void closeTwiceDropsOneSpare();
     void closeWithoutBorrowedDropsTheNewestSpare();
     void closeWithBorrowedFinishesIt();
+    void closeFinishesTheOwnConnectionFirst();
+    void closeFinishesBeforeItAsksThePool();
     void statementClearedAfterClose();
     void closeKeepsTheCount();
     void destructorCloses();
@@ -83,6 +114,7 @@ private slots:
     void transactionErrorsComeUnchanged();
 
     void lastUnbindGivesBackTheBorrowed();
+    void borrowedIsGivenUpBeforeThePoolHasIt();
     void unbindAboveZeroKeepsTheBorrowed();
     void unbindWithoutBorrowedPoolsNothing();
     void givenBackIsBorrowedAgain();
@@ -254,19 +286,37 @@ void tst_Dorvy3Database::emptyArgumentsMakeAnEmptyString()
     qputenv("PGPORT", QByteArray::number(proxy->port()));
     qputenv("PGUSER", "dorvy");
     qputenv("PGDATABASE", "db_win1251");
+    const LibpqCalls calls;
     VERIFY_NO_ERROR(
         handle->open(QString(), QString(), QString(), QString(), -1, QString(), QString()));
+    QCOMPARE(calls.connected(), QList<QByteArray>({""}));
     QCOMPARE(Access::connectionString(*handle), QString());
     QVERIFY(handle->isOpen());
     QCOMPARE(proxy->frontend().first(), QStringLiteral("1> Startup dorvy db_win1251"));
 }
 
-void tst_Dorvy3Database::portZeroIsNotLeftOut()
+void tst_Dorvy3Database::portIsLeftOutAtMinusOneOnly_data()
 {
+    QTest::addColumn<int>("port");
+    QTest::addColumn<QByteArray>("string");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("zero") << 0 << QByteArray("host='127.0.0.1' port='0'")
+                          << QStringLiteral("invalid port number: \"0\"\n");
+    QTest::newRow("minus two") << -2 << QByteArray("host='127.0.0.1' port='-2'")
+                               << QStringLiteral("invalid port number: \"-2\"\n");
+}
+
+void tst_Dorvy3Database::portIsLeftOutAtMinusOneOnly()
+{
+    QFETCH(int, port);
+    QFETCH(QByteArray, string);
+    QFETCH(QString, message);
+    const LibpqCalls calls;
     COMPARE_ERROR(
-        handle->open(QString(), QString(), QString(), proxy->host(), 0, QString(), QString()),
-        ConnectionError, QStringLiteral("invalid port number: \"0\"\n"),
-        QStringLiteral("Ошибка при установке соединения с СУБД"), QString());
+        handle->open(QString(), QString(), QString(), proxy->host(), port, QString(), QString()),
+        ConnectionError, message, QStringLiteral("Ошибка при установке соединения с СУБД"),
+        QString());
+    QCOMPARE(calls.connected(), QList<QByteArray>({string}));
 }
 
 void tst_Dorvy3Database::optionsReachTheServer()
@@ -335,6 +385,24 @@ void tst_Dorvy3Database::wrongPasswordIsRefused()
     QVERIFY(!handle->isOpen());
 }
 
+void tst_Dorvy3Database::isAPlainMember()
+{
+    QVERIFY(!std::is_polymorphic<Dorvy3Database>::value);
+    QVERIFY(!std::is_copy_constructible<Dorvy3Database>::value);
+    QVERIFY(!std::is_copy_assignable<Dorvy3Database>::value);
+}
+
+void tst_Dorvy3Database::keepsThePool()
+{
+    const QWeakPointer<Dorvy3Transacted> watched = pool;
+    pool.reset();
+    VERIFY_NO_ERROR(open());
+    handle->close();
+    QVERIFY(watched.toStrongRef()); // also when closed
+    handle.reset();
+    QVERIFY(!watched.toStrongRef());
+}
+
 void tst_Dorvy3Database::startsClosed()
 {
     QVERIFY(!handle->isOpen());
@@ -368,8 +436,10 @@ void tst_Dorvy3Database::openSetsTheSchema()
 void tst_Dorvy3Database::secondOpenDropsTheOldConnection()
 {
     VERIFY_NO_ERROR(open(QStringLiteral("postgres"), QStringLiteral("one")));
+    proxy->clear();
     VERIFY_NO_ERROR(open(QStringLiteral("db_win1251")));
-    QVERIFY(proxy->waitForLine(QStringLiteral("1> Terminate")));
+    QCOMPARE(proxy->frontend(), lines({"1> Terminate", "2> Startup dorvy db_win1251",
+                                       "2> Query \"SET DATESTYLE TO 'ISO'\""}));
     QVERIFY(handle->isOpen());
     QCOMPARE(Access::schema(*handle), QString());
     QCOMPARE(key(), QStringLiteral("host='127.0.0.1' dbname='db_win1251' user='dorvy' port='%1'")
@@ -443,12 +513,27 @@ void tst_Dorvy3Database::failedOpenTellsLibpqsMessage()
 
 void tst_Dorvy3Database::failedOpenFinishesTheHandle()
 {
-    // A handle that is not finished would be a leak; the sanitizer build tells.
+    const LibpqCalls calls;
     for (int i = 0; i < 3; ++i) {
         QCOMPARE(open(QStringLiteral("missing")).type(), QSqlError::ConnectionError);
         QVERIFY(!Access::connection(*handle));
     }
+    QCOMPARE(calls.connected().size(), 3);
+    QCOMPARE(calls.finished().size(), 3);
     VERIFY_NO_ERROR(open());
+    QCOMPARE(calls.finished().size(), 3);
+}
+
+void tst_Dorvy3Database::noHandleTellsNoMessage()
+{
+    LibpqCalls calls;
+    calls.refuseConnections();
+    COMPARE_ERROR(open(), ConnectionError, QString(),
+                  QStringLiteral("Ошибка при установке соединения с СУБД"), QString());
+    QVERIFY(!handle->isOpen());
+    QCOMPARE(Access::connectionString(*handle), QString());
+    QCOMPARE(calls.connected().size(), 1);
+    QCOMPARE(calls.finished().size(), 0);
 }
 
 void tst_Dorvy3Database::failedOpenIsReadAsCp1251()
@@ -531,6 +616,28 @@ void tst_Dorvy3Database::closeWithBorrowedFinishesIt()
     QVERIFY(proxy->waitForLine(QStringLiteral("2> Terminate")));
     QVERIFY(proxy->waitForLine(QStringLiteral("1> Terminate")));
     QVERIFY(!proxy->frontend().contains(QStringLiteral("2> Query \"ROLLBACK\"")));
+}
+
+void tst_Dorvy3Database::closeFinishesTheOwnConnectionFirst()
+{
+    VERIFY_NO_ERROR(open());
+    const StatementPtr statement = select();
+    const PGconn *own = Access::connection(*handle)->connection();
+    const PGconn *borrowed = Access::readConnection(*handle)->connection();
+    const LibpqCalls calls;
+    handle->close();
+    QCOMPARE(calls.finished(), QList<const PGconn *>({own, borrowed}));
+}
+
+void tst_Dorvy3Database::closeFinishesBeforeItAsksThePool()
+{
+    VERIFY_NO_ERROR(open());
+    const PGconn *own = Access::connection(*handle)->connection();
+    pool->put(key(), ConnectionPtr::create(PQconnectdb(proxy->conninfo().constData()), QString()));
+    const PGconn *spare = spares(key()).first()->connection();
+    const LibpqCalls calls;
+    handle->close();
+    QCOMPARE(calls.finished(), QList<const PGconn *>({own, spare}));
 }
 
 void tst_Dorvy3Database::statementClearedAfterClose()
@@ -669,6 +776,18 @@ void tst_Dorvy3Database::lastUnbindGivesBackTheBorrowed()
     QCOMPARE(status(borrowed), PQTRANS_IDLE);
 }
 
+void tst_Dorvy3Database::borrowedIsGivenUpBeforeThePoolHasIt()
+{
+    VERIFY_NO_ERROR(open());
+    StatementPtr statement = select();
+    const ConnectionPtr borrowed = Access::readConnection(*handle);
+    Answers answers = {handle.get(), {}};
+    QCOMPARE(PQregisterEventProc(borrowed->connection(), Answers::note, "test", &answers), 1);
+    statement.reset();
+    QCOMPARE(answers.found.last(), QStringLiteral("ROLLBACK, given up"));
+    QCOMPARE(spares(key()), QList<ConnectionPtr>({borrowed}));
+}
+
 void tst_Dorvy3Database::unbindAboveZeroKeepsTheBorrowed()
 {
     VERIFY_NO_ERROR(open());
@@ -756,6 +875,9 @@ void tst_Dorvy3Database::errorOfLiveHandleFollowsClientEncoding_data()
     QTest::newRow("WIN1251 read as KOI8R")
         << QStringLiteral("db_win1251") << QStringLiteral("client_encoding=KOI8R")
         << QByteArray("SELECT \"\xFD\xC9\"");
+    QTest::newRow("WIN1251 read as WIN866, which is CP866")
+        << QStringLiteral("db_win1251") << QStringLiteral("client_encoding=WIN866")
+        << QByteArray("SELECT \"\x99\xA8\"");
     QTest::newRow("SQL_ASCII is CP1251 whatever the locale")
         << QStringLiteral("db_sql_ascii") << QString() << QByteArray("SELECT \"\xD9\xE8\"");
 }

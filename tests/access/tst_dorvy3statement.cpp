@@ -14,6 +14,8 @@
 
 #include <QtTest/QtTest>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -80,6 +82,7 @@ private slots:
     void parameterBlockIsOne();
     void noParametersNoBlock();
     void thousandParameters();
+    void blockHasTwentyBytesPerParameter();
     void descriptionKeepsTheConnection();
     void readonlyMeansColumns_data();
     void readonlyMeansColumns();
@@ -115,6 +118,8 @@ private slots:
     void clearKeepsQueryAndNames();
     void clearOfAnEmptyStatementSendsNothing();
     void clearTwiceClosesOnce();
+    void clearWithoutAConnectionOnlyForgets();
+    void clearClosesBeforeItUnregisters();
     void lostConnectionStaysPreparedUntilCleared_data();
     void lostConnectionStaysPreparedUntilCleared();
     void destructorClosesOnTheServer();
@@ -326,6 +331,20 @@ void tst_Dorvy3Statement::thousandParameters()
     for (int i = 0; i < 1000; ++i) {
         QCOMPARE(Access::paramTypes(statement)[i], Oid(23));
     }
+}
+
+void tst_Dorvy3Statement::blockHasTwentyBytesPerParameter()
+{
+    QStringList columns;
+    for (int i = 1; i <= 1000; ++i) {
+        columns += QStringLiteral("$%1::int4").arg(i);
+    }
+    Dorvy3Statement statement;
+    QVERIFY(statement.prep(QStringLiteral("SELECT ") + columns.join(QLatin1Char(',')), connection,
+                           nullptr, nullptr));
+    const std::size_t bytes = malloc_usable_size(const_cast<void *>(Access::params(statement)));
+    QVERIFY(bytes >= 20000);
+    QVERIFY2(bytes <= 20480, QByteArray::number(qulonglong(bytes))); // what an allocator rounds up
 }
 
 void tst_Dorvy3Statement::descriptionKeepsTheConnection()
@@ -549,11 +568,11 @@ void tst_Dorvy3Statement::nullResultReportsTheConnectionsMessage()
     Dorvy3Statement statement;
     QSqlError error;
     QVERIFY(!statement.prep(QStringLiteral("SELECT 1"), connection, &error, nullptr));
-    QCOMPARE(error.type(), QSqlError::StatementError);
-    QCOMPARE(error.databaseText(), prepareFailed());
-    QVERIFY2(error.driverText().contains(QStringLiteral("pipeline mode")),
-             qPrintable(error.driverText()));
-    QCOMPARE(error.nativeErrorCode(), QString());
+    // Of the preparation, not of the close behind it, which is refused in pipeline mode as well.
+    COMPARE_ERROR(error, StatementError,
+                  QStringLiteral("synchronous command execution functions are not allowed in "
+                                 "pipeline mode\n"),
+                  prepareFailed(), QString());
     verifyEmpty(statement);
     QCOMPARE(PQexitPipelineMode(connection->connection()), 1);
 }
@@ -778,6 +797,34 @@ void tst_Dorvy3Statement::clearTwiceClosesOnce()
     ask(connection, "SELECT 2");
     QCOMPARE(closesInOrder(proxy->frontend()),
              numbered({"> Close P P1", "> Close S S1", "> Sync", "> Query \"SELECT 2\""}));
+}
+
+void tst_Dorvy3Statement::clearWithoutAConnectionOnlyForgets()
+{
+    Dorvy3Statement statement;
+    QVERIFY(statement.prep(QStringLiteral("SELECT $1::int4"), connection, nullptr, nullptr));
+    Access::description(statement)->connection.clear();
+    statement.hlpClear();
+    verifyEmpty(statement);
+    QCOMPARE(preparedOn(connection), QByteArray("1")); // there was nobody to close it
+}
+
+void tst_Dorvy3Statement::clearClosesBeforeItUnregisters()
+{
+    // The last one to unregister gives the borrowed connection back, which ends its transaction.
+    Dorvy3Database database(QSharedPointer<Dorvy3Transacted>::create());
+    VERIFY_NO_ERROR(database.open(QStringLiteral("postgres"), QStringLiteral("dorvy"), QString(),
+                                  proxy->host(), proxy->port(), QString(), QString()));
+    const auto statement = database.statement(QStringLiteral("SELECT 1"), nullptr);
+    QVERIFY(statement);
+    const ConnectionPtr borrowed = Access::readConnection(database);
+    QVERIFY(borrowed);
+    proxy->clear();
+    statement->hlpClear();
+    QCOMPARE(closesInOrder(proxy->frontend(proxy->connectionCount())),
+             numbered({"> Close P P1", "> Close S S1", "> Sync", "> Query \"ROLLBACK\""}));
+    QVERIFY(!Access::readConnection(database));
+    QCOMPARE(preparedOn(borrowed), QByteArray("0"));
 }
 
 void tst_Dorvy3Statement::lostConnectionStaysPreparedUntilCleared_data()

@@ -102,6 +102,7 @@ private slots:
     void fewerValuesFail();
     void noValuesForParametersFail();
     void unusedPlacesAreCleared();
+    void placesAreMadeOncePerPreparation();
     void shorterValuesReplaceLongerOnes();
     void manyLongValues();
     void textGoesInTheServerEncoding();
@@ -111,14 +112,18 @@ private slots:
     void notPreparedIsRefused();
     void noConnectionIsRefused_data();
     void noConnectionIsRefused();
+    void descriptionWithoutAConnectionIsRefused_data();
+    void descriptionWithoutAConnectionIsRefused();
     void serverErrorIsReported_data();
     void serverErrorIsReported();
+    void failureLeavesThePortalToTheNextRun();
     void emptyQueryFails_data();
     void emptyQueryFails();
     void copyFails_data();
     void copyFails();
     void nullResultReportsTheConnectionsMessage();
     void serverGoneWhileRunning();
+    void lastWordsOfTheServerAreReported();
     void nullErrorIsAllowed();
     void successResetsTheError();
     void resultKeepsTheConnection();
@@ -638,6 +643,27 @@ void tst_Dorvy3Statement_Exec::unusedPlacesAreCleared()
     }
 }
 
+void tst_Dorvy3Statement_Exec::placesAreMadeOncePerPreparation()
+{
+    prepare(QStringLiteral("SELECT $1::int4, $2::text"));
+    const void *block = Access::params(*statement);
+    const void *values = Access::paramValues(*statement);
+    const void *lengths = Access::paramLengths(*statement);
+    const void *formats = Access::paramFormats(*statement);
+    const void *types = Access::paramTypes(*statement);
+    for (const int number : {1, 2}) {
+        QVERIFY(statement->exec({QVariant(number), QVariant(QString(5000, QLatin1Char('x')))},
+                                nullptr, -1));
+        QVERIFY(Access::params(*statement) == block);
+        QVERIFY(Access::paramValues(*statement) == values);
+        QVERIFY(Access::paramLengths(*statement) == lengths);
+        QVERIFY(Access::paramFormats(*statement) == formats);
+        QVERIFY(Access::paramTypes(*statement) == types);
+        QCOMPARE(Access::paramTypes(*statement)[0], Oid(23));
+        QCOMPARE(Access::paramTypes(*statement)[1], Oid(25));
+    }
+}
+
 void tst_Dorvy3Statement_Exec::shorterValuesReplaceLongerOnes()
 {
     prepare(QStringLiteral("SELECT $1::text, $2::text"));
@@ -760,6 +786,23 @@ void tst_Dorvy3Statement_Exec::noConnectionIsRefused()
     QVERIFY(!run(*statement, withValues, nullptr));
 }
 
+void tst_Dorvy3Statement_Exec::descriptionWithoutAConnectionIsRefused_data()
+{
+    notPreparedIsRefused_data();
+}
+
+void tst_Dorvy3Statement_Exec::descriptionWithoutAConnectionIsRefused()
+{
+    QFETCH(bool, withValues);
+    prepare(QStringLiteral("SELECT 1"));
+    Access::description(*statement)->connection.clear();
+    QSqlError error = someError();
+    QVERIFY(!run(*statement, withValues, &error));
+    COMPARE_ERROR(error, StatementError, unable(), noConnection(), QStringLiteral("0"));
+    QVERIFY(!run(*statement, withValues, nullptr));
+    QCOMPARE(proxy->conversation(), QStringList());
+}
+
 void tst_Dorvy3Statement_Exec::serverErrorIsReported_data()
 {
     QTest::addColumn<bool>("withValues");
@@ -788,6 +831,16 @@ void tst_Dorvy3Statement_Exec::serverErrorIsReported()
     QSqlError error = someError();
     QVERIFY(!run(*statement, withValues, &error));
     COMPARE_ERROR(error, StatementError, message, executeFailed(), QString());
+}
+
+void tst_Dorvy3Statement_Exec::failureLeavesThePortalToTheNextRun()
+{
+    prepare(QStringLiteral("SELECT 10 / $1::int4"));
+    QVERIFY(!statement->exec({QVariant(0)}, nullptr, -1));
+    ask(connection, "ROLLBACK");
+    QCOMPARE(proxy->frontend(),
+             numbered({"> Close P P1", "> Bind P1 S1 [00000000:1] 1", "> Describe P P1",
+                       "> Execute P1 128", "> Sync", "> Query \"ROLLBACK\""}));
 }
 
 void tst_Dorvy3Statement_Exec::emptyQueryFails_data()
@@ -854,11 +907,12 @@ void tst_Dorvy3Statement_Exec::nullResultReportsTheConnectionsMessage()
             QCOMPARE(PQenterPipelineMode(connection->connection()), 1);
             QSqlError error;
             QVERIFY(!run(*statement, withValues, &error));
-            QCOMPARE(error.type(), QSqlError::StatementError);
-            QVERIFY2(error.driverText().contains(QStringLiteral("pipeline mode")),
-                     qPrintable(error.driverText()));
-            QCOMPARE(error.databaseText(), executeFailed());
-            QCOMPARE(error.nativeErrorCode(), QString());
+            const QString message =
+                statement->readonly()
+                    ? QStringLiteral("portal operations are not allowed in pipeline mode\n")
+                    : QStringLiteral("synchronous command execution functions are not allowed in "
+                                     "pipeline mode\n");
+            COMPARE_ERROR(error, StatementError, message, executeFailed(), QString());
             QCOMPARE(PQexitPipelineMode(connection->connection()), 1);
         }
     }
@@ -872,13 +926,27 @@ void tst_Dorvy3Statement_Exec::serverGoneWhileRunning()
     proxy->cut();
     QSqlError error;
     QVERIFY(!statement->exec(&error, -1, first));
-    QCOMPARE(error.type(), QSqlError::StatementError);
-    QVERIFY2(error.driverText().contains(QStringLiteral("connection")),
-             qPrintable(error.driverText()));
-    QCOMPARE(error.databaseText(), executeFailed());
+    COMPARE_ERROR(error, StatementError,
+                  QStringLiteral("server closed the connection unexpectedly\n"
+                                 "\tThis probably means the server terminated abnormally\n"
+                                 "\tbefore or while processing the request.\n"),
+                  executeFailed(), QString());
     QCOMPARE(number(first, 127), 128);
     QVERIFY(!statement->exec(&error, -1, first));
     COMPARE_ERROR(error, StatementError, unable(), noConnection(), QStringLiteral("0"));
+}
+
+void tst_Dorvy3Statement_Exec::lastWordsOfTheServerAreReported()
+{
+    prepare(QStringLiteral("SELECT pg_terminate_backend(pg_backend_pid()), pg_sleep(10)"));
+    QSqlError error;
+    QVERIFY(!statement->exec(&error, -1, Page()));
+    COMPARE_ERROR(error, StatementError,
+                  QStringLiteral("FATAL:  terminating connection due to administrator command\n"
+                                 "server closed the connection unexpectedly\n"
+                                 "\tThis probably means the server terminated abnormally\n"
+                                 "\tbefore or while processing the request.\n"),
+                  executeFailed(), QString());
 }
 
 void tst_Dorvy3Statement_Exec::nullErrorIsAllowed()

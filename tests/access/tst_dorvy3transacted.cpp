@@ -7,6 +7,7 @@
 #include "client/libppq.h"
 
 #include "tests/support/connectionhelpers.h"
+#include "tests/support/libpqcalls.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
@@ -26,6 +27,7 @@
 #include <functional>
 #include <memory>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -87,6 +89,7 @@ private slots:
     void init();
     void cleanup();
 
+    void hasNoVirtualOperation();
     void unknownStringCreatesNoKey();
     void failedGetCreatesNoKey();
     void newConnectionIsSetUpThenBegins();
@@ -104,12 +107,15 @@ private slots:
     void spareLostUnnoticedIsSkipped();
     void spareWithoutHandleIsSkipped();
     void deadSpareHeldElsewhereStaysOpen();
+    void deadSpareIsDroppedUnderTheLock();
 
     void failedSearchPathIsSilent_data();
     void failedSearchPathIsSilent();
     void failedBeginIsSilent();
     void failedConnectionTellsLibpqsMessage();
+    void failedConnectionIsFinished();
     void failedConnectionWithoutErrorPointer();
+    void noHandleTellsNoMessage();
     void missingDatabaseTellsServersMessage();
     void successResetsTheError_data();
     void successResetsTheError();
@@ -128,6 +134,7 @@ private slots:
     void delOfAbsentKeyDoesNothing();
     void delOfEmptyListDoesNothing();
     void delOfConnectionHeldElsewhereKeepsItOpen();
+    void delDropsUnderTheLock();
     void destructionClosesTheSpares();
 
     void errorOfNullHandle();
@@ -135,7 +142,9 @@ private slots:
     void errorOfLiveHandleFollowsClientEncoding_data();
     void errorOfLiveHandleFollowsClientEncoding();
 
+    void lockIsNotRecursive();
     void connectingBlocksNobody();
+    void newConnectionNeedsNoLock();
     void makingASpareReadyHoldsTheLock_data();
     void makingASpareReadyHoldsTheLock();
     void beginAfterSearchPathHoldsTheLockToo();
@@ -153,6 +162,7 @@ private:
     {
         return pool->get(key(), searchPath, nullptr);
     }
+    ConnectionPtr makeWatched(const QString &database, QStringList *log);
     QList<ConnectionPtr> spares() const { return Dorvy3TestAccess::spares(*pool, key()); }
     QMutex &lock() { return Dorvy3TestAccess::lock(*pool); }
 
@@ -190,6 +200,23 @@ QString tst_Dorvy3Transacted::key(const QString &database) const
                           "gssencmode=disable")
         .arg(proxy->port())
         .arg(database);
+}
+
+// A connection that writes down whether the pool was locked when its last reference went.
+ConnectionPtr tst_Dorvy3Transacted::makeWatched(const QString &database, QStringList *log)
+{
+    PGconn *raw = PQconnectdb(proxy->conninfo(database).constData());
+    return ConnectionPtr(new Dorvy3Connection(raw, QString()),
+                         [this, log](Dorvy3Connection *connection) {
+                             log->append(isFree(lock()) ? QStringLiteral("closed in the open")
+                                                        : QStringLiteral("closed under the lock"));
+                             delete connection;
+                         });
+}
+
+void tst_Dorvy3Transacted::hasNoVirtualOperation()
+{
+    QVERIFY(!std::is_polymorphic<Dorvy3Transacted>::value);
 }
 
 void tst_Dorvy3Transacted::unknownStringCreatesNoKey()
@@ -296,6 +323,8 @@ void tst_Dorvy3Transacted::keyStaysWhenItsListRunsEmpty()
     borrow();
     QCOMPARE(Dorvy3TestAccess::poolKeys(*pool), QStringList(key()));
     QCOMPARE(spares().size(), 0);
+    borrow(); // finds the list empty
+    QCOMPARE(Dorvy3TestAccess::poolKeys(*pool), QStringList(key()));
 }
 
 void tst_Dorvy3Transacted::deadSparesAreDroppedNewestFirst()
@@ -385,6 +414,15 @@ void tst_Dorvy3Transacted::deadSpareHeldElsewhereStaysOpen()
     QVERIFY(dead->isOpen());
 }
 
+void tst_Dorvy3Transacted::deadSpareIsDroppedUnderTheLock()
+{
+    QStringList log;
+    pool->put(key(), makeWatched(QStringLiteral("missing"), &log));
+    QCOMPARE(log, QStringList());
+    QVERIFY(borrow());
+    QCOMPARE(log, lines({"closed under the lock"}));
+}
+
 void tst_Dorvy3Transacted::failedSearchPathIsSilent_data()
 {
     QTest::addColumn<bool>("reused");
@@ -429,9 +467,32 @@ void tst_Dorvy3Transacted::failedConnectionTellsLibpqsMessage()
                   QStringLiteral("Ошибка при установке соединения с СУБД"), QString());
 }
 
+void tst_Dorvy3Transacted::failedConnectionIsFinished()
+{
+    const LibpqCalls calls;
+    QSqlError error;
+    QVERIFY(!pool->get(key(QStringLiteral("missing")), QString(), &error));
+    QVERIFY(!pool->get(key(QStringLiteral("missing")), QString(), nullptr));
+    QCOMPARE(calls.connected().size(), 2);
+    QCOMPARE(calls.finished().size(), 2);
+}
+
 void tst_Dorvy3Transacted::failedConnectionWithoutErrorPointer()
 {
     QVERIFY(!pool->get(QStringLiteral("host=/nowhere port=7"), QString(), nullptr));
+}
+
+void tst_Dorvy3Transacted::noHandleTellsNoMessage()
+{
+    LibpqCalls calls;
+    calls.refuseConnections();
+    QSqlError error;
+    QVERIFY(!pool->get(key(), QString(), &error));
+    COMPARE_ERROR(error, ConnectionError, QString(),
+                  QStringLiteral("Ошибка при установке соединения с СУБД"), QString());
+    QVERIFY(!pool->get(key(), QString(), nullptr));
+    QCOMPARE(calls.connected(), QList<QByteArray>({key().toLatin1(), key().toLatin1()}));
+    QCOMPARE(calls.finished().size(), 0);
 }
 
 void tst_Dorvy3Transacted::missingDatabaseTellsServersMessage()
@@ -591,6 +652,16 @@ void tst_Dorvy3Transacted::delOfConnectionHeldElsewhereKeepsItOpen()
     QCOMPARE(ask(connection, "SELECT 'still'"), QByteArray("still"));
 }
 
+void tst_Dorvy3Transacted::delDropsUnderTheLock()
+{
+    QStringList log;
+    pool->put(key(), makeWatched(QStringLiteral("postgres"), &log));
+    proxy->clear();
+    pool->del(key());
+    QCOMPARE(log, lines({"closed under the lock"}));
+    QVERIFY(proxy->waitForLine(QStringLiteral("1> Terminate")));
+}
+
 void tst_Dorvy3Transacted::destructionClosesTheSpares()
 {
     const ConnectionPtr held = borrow();
@@ -634,6 +705,9 @@ void tst_Dorvy3Transacted::errorOfLiveHandleFollowsClientEncoding_data()
     QTest::newRow("WIN1251 read as KOI8R")
         << QStringLiteral("db_win1251") << QStringLiteral(" client_encoding=KOI8R")
         << QByteArray("SELECT \"\xFD\xC9\"");
+    QTest::newRow("WIN1251 read as WIN866, which is CP866")
+        << QStringLiteral("db_win1251") << QStringLiteral(" client_encoding=WIN866")
+        << QByteArray("SELECT \"\x99\xA8\"");
     QTest::newRow("SQL_ASCII is CP1251 whatever the locale")
         << QStringLiteral("db_sql_ascii") << QString() << QByteArray("SELECT \"\xD9\xE8\"");
 }
@@ -654,6 +728,11 @@ void tst_Dorvy3Transacted::errorOfLiveHandleFollowsClientEncoding()
     QCOMPARE(error.databaseText(), QStringLiteral("Беда"));
     QCOMPARE(error.type(), QSqlError::StatementError);
     QCOMPARE(error.nativeErrorCode(), QString());
+}
+
+void tst_Dorvy3Transacted::lockIsNotRecursive()
+{
+    QVERIFY(!lock().isRecursive());
 }
 
 void tst_Dorvy3Transacted::connectingBlocksNobody()
@@ -682,6 +761,21 @@ void tst_Dorvy3Transacted::connectingBlocksNobody()
     connecting.join();
     QVERIFY(slow);
     QCOMPARE(status(slow), PQTRANS_INTRANS);
+}
+
+void tst_Dorvy3Transacted::newConnectionNeedsNoLock()
+{
+    proxy->holdRequests(true); // past the pool, not connected yet
+    ConnectionPtr fresh;
+    Background connecting(*proxy, [&] { fresh = borrow(QStringLiteral("one")); });
+    QTRY_COMPARE(proxy->connectionCount(), 1);
+    {
+        const QMutexLocker locker(&lock());
+        proxy->holdRequests(false);
+        QTRY_VERIFY(connecting.isDone()); // set up and begun with the lock in other hands
+    }
+    connecting.join();
+    QCOMPARE(status(fresh), PQTRANS_INTRANS);
 }
 
 void tst_Dorvy3Transacted::makingASpareReadyHoldsTheLock_data()

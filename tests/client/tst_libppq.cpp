@@ -71,7 +71,9 @@ private slots:
     void misuseLostConnection();
     void misuseFetchFromNoPage();
     void outOfRangePrintsNothing();
-    void serverDies();
+    void lostConnectionHasNoResult_data();
+    void lostConnectionHasNoResult();
+    void terminatedBackendHasNoResult();
     void nonblockingConnection();
 
 private:
@@ -197,6 +199,7 @@ void tst_LibPpq::exhaustedFetchSendsNothing()
     QCOMPARE(PQnfields(second.get()), 1);
     QCOMPARE(QByteArray(PQcmdStatus(second.get())),
              QByteArray("SELECT 0")); // the server's own words
+    QCOMPARE(QByteArray(PQcmdStatus(first.get())), QByteArray("SELECT 3")); // untouched
     const ResultPtr third = fetch(10, second);
     QCOMPARE(PQresultStatus(third.get()), PGRES_TUPLES_OK);
     QCOMPARE(PQntuples(third.get()), 0);
@@ -663,16 +666,40 @@ void tst_LibPpq::outOfRangePrintsNothing()
     QCOMPARE(complaints, 0);
 }
 
-void tst_LibPpq::serverDies()
+void tst_LibPpq::lostConnectionHasNoResult_data()
 {
+    QTest::addColumn<bool>("laterPage");
+    QTest::newRow("first page") << false;
+    QTest::newRow("later page") << true;
+}
+
+void tst_LibPpq::lostConnectionHasNoResult()
+{
+    QFETCH(bool, laterPage);
     prepare("SELECT generate_series(1, 9)");
     const ResultPtr page = start(2);
     proxy->cut();
-    const ResultPtr next = fetch(2, page);
-    QCOMPARE(PQresultStatus(next.get()), PGRES_FATAL_ERROR);
-    QVERIFY(QByteArray(PQresultErrorMessage(next.get())).contains("connection"));
+    const ResultPtr next = laterPage ? fetch(2, page) : start(2, "st", "another");
+    QVERIFY(!next);
+    QCOMPARE(QByteArray(PQerrorMessage(conn.get())),
+             QByteArray("server closed the connection unexpectedly\n"
+                        "\tThis probably means the server terminated abnormally\n"
+                        "\tbefore or while processing the request.\n"));
     QCOMPARE(PQstatus(conn.get()), CONNECTION_BAD);
+    QCOMPARE(PQntuples(page.get()), 2); // the page before is untouched
     QCOMPARE(PPQclose(conn.get(), "po", "st"), 0);
+}
+
+void tst_LibPpq::terminatedBackendHasNoResult()
+{
+    prepare("SELECT pg_terminate_backend(pg_backend_pid()), pg_sleep(10)");
+    QVERIFY(!start(2));
+    QCOMPARE(QByteArray(PQerrorMessage(conn.get())),
+             QByteArray("FATAL:  terminating connection due to administrator command\n"
+                        "server closed the connection unexpectedly\n"
+                        "\tThis probably means the server terminated abnormally\n"
+                        "\tbefore or while processing the request.\n"));
+    QCOMPARE(PQstatus(conn.get()), CONNECTION_BAD);
 }
 
 void tst_LibPpq::nonblockingConnection()
