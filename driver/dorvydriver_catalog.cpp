@@ -107,7 +107,7 @@ struct TableName
     QString table;
 };
 
-// Quoted or not, a name loses its case: meant, see tst_dorvydriver_catalog.
+// Quoted or not, a name loses its case: meant, see tst_dorvydriver_keys, keyIsFound.
 QString hlpFolded(const QSqlDriver &driver, const QString &part)
 {
     const bool isEscaped = driver.isIdentifierEscaped(part, QSqlDriver::TableName);
@@ -122,7 +122,7 @@ TableName hlpSplit(const QSqlDriver &driver, const QString &name)
 }
 
 // Names go into the text as they stand, a quote inside them included: meant, see
-// tst_dorvydriver_catalog.
+// tst_dorvydriver_keys, textOnTheWire.
 QString hlpPrimaryIndexOf(const TableName &name)
 {
     const QString condition = name.schema.isEmpty()
@@ -215,7 +215,8 @@ QSqlRecord DorvyDriver::record(const QString &tableName) const
     }
     QSqlQuery query(createResult());
     // One column is read, and before the first row, where there is no type: wherever the query
-    // succeeds, the process ends. Meant, see tst_dorvydriver_catalog.
+    // succeeds, the process ends. Meant, see tst_dorvydriver_record,
+    // readBeforeTheFirstRowEndsTheProcess.
     if (query.exec(hlpRecordOf(hlpSplit(*this, tableName))) && query.isActive()) {
         record.append(hlpColumn(query));
     }
