@@ -22,8 +22,10 @@
 #include <QtTest/QtTest>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
+#include <type_traits>
 
 namespace {
 
@@ -33,6 +35,8 @@ class OpenDriver : public DorvyDriver
 public:
     using DorvyDriver::DorvyDriver;
     using DorvyDriver::setLastError;
+    using DorvyDriver::setOpen;
+    using DorvyDriver::setOpenError;
 
     DorvyDriverPrivate &half() { return *static_cast<DorvyDriverPrivate *>(d_ptr.data()); }
 };
@@ -61,6 +65,33 @@ QString applicationOptions(const char *name)
            QLatin1String(name);
 }
 
+// Whether an operation is declared in Class and not in one of its bases.
+template<typename Class, typename Declaring, typename Signature>
+bool declaredIn(Signature Declaring::* /*operation*/)
+{
+    return std::is_same<Class, Declaring>::value;
+}
+
+// Whether step, on a thread of its own, is still not done after msec while mutex is locked.
+bool waitsFor(QMutex &mutex, const std::function<void()> &step, int msec)
+{
+    std::atomic<bool> done(false);
+    mutex.lock();
+    std::thread other([&step, &done]() {
+        step();
+        done = true;
+    });
+    QElapsedTimer timer;
+    timer.start();
+    while (!done && timer.elapsed() < msec) {
+        QTest::qSleep(5);
+    }
+    const bool waited = !done;
+    mutex.unlock();
+    other.join();
+    return waited;
+}
+
 // A line of the proxy's record, of the client's on one connection.
 QString said(int connection, const char *words)
 {
@@ -80,6 +111,9 @@ private slots:
     void cleanupTestCase();
 
     void newDriverIsClosed();
+    void dataLiveInThePrivateHalf();
+    void operationsOfItsOwn();
+    void operationsThatStayQts();
     void features_data();
     void features();
     void featureAboveTheLastIsFalse();
@@ -91,6 +125,7 @@ private slots:
     void failedOpen();
     void openOfUnknownDatabaseTellsTheServersReason();
     void openClearsEarlierError();
+    void openLeavesQtsFlagsAlone();
     void openAgainConnectsAnew();
     void failedOpenAgainCloses();
     void isOpenAsksEachTime();
@@ -120,6 +155,10 @@ private slots:
     void unsubscribeLeavesQueriesUsable();
     void unsubscribeFromANameChangesNothing_data();
     void unsubscribeFromANameChangesNothing();
+    void unsubscribeFromANameTakesNoLock_data();
+    void unsubscribeFromANameTakesNoLock();
+    void unsubscribeHoldsItsLockWhileItTakesThePools();
+    void unsubscribeReleasesInTheOrderOfCreation();
     void unsubscribeLeavesTheListUnlocked();
     void unsubscribeLeavesOtherDriversAlone();
 
@@ -199,6 +238,48 @@ void tst_DorvyDriver::newDriverIsClosed()
     QObject parent;
     const auto *child = new DorvyDriver(pool, &parent);
     QCOMPARE(child->parent(), &parent);
+}
+
+void tst_DorvyDriver::dataLiveInThePrivateHalf()
+{
+    QCOMPARE(sizeof(DorvyDriver), sizeof(QSqlDriver));
+    // In this order, so that the handle goes last: it is what the list's results run on.
+    const auto address = [](const auto &field) { return reinterpret_cast<quintptr>(&field); };
+    const DorvyDriverPrivate &half = driver->half();
+    QVERIFY(address(half.database) < address(half.results));
+    QVERIFY(address(half.results) < address(half.mutex));
+}
+
+void tst_DorvyDriver::operationsOfItsOwn()
+{
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::isOpen));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::beginTransaction));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::commitTransaction));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::rollbackTransaction));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::tables));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::primaryIndex));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::record));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::formatValue));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::escapeIdentifier));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::handle));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::hasFeature));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::close));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::createResult));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::open));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::subscribeToNotification));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::unsubscribeFromNotification));
+    QVERIFY(declaredIn<DorvyDriver>(&DorvyDriver::subscribedToNotifications));
+}
+
+void tst_DorvyDriver::operationsThatStayQts()
+{
+    QVERIFY(declaredIn<QSqlDriver>(&OpenDriver::sqlStatement));
+    QVERIFY(declaredIn<QSqlDriver>(&OpenDriver::isIdentifierEscaped));
+    QVERIFY(declaredIn<QSqlDriver>(&OpenDriver::stripDelimiters));
+    QVERIFY(declaredIn<QSqlDriver>(&OpenDriver::cancelQuery));
+    QVERIFY(declaredIn<QSqlDriver>(&OpenDriver::setOpen));
+    QVERIFY(declaredIn<QSqlDriver>(&OpenDriver::setOpenError));
+    QVERIFY(declaredIn<QSqlDriver>(&OpenDriver::setLastError));
 }
 
 void tst_DorvyDriver::features_data()
@@ -311,6 +392,20 @@ void tst_DorvyDriver::openClearsEarlierError()
     driver->setLastError(someError());
     QVERIFY(openDriver(*driver));
     VERIFY_NO_ERROR(driver->lastError());
+}
+
+void tst_DorvyDriver::openLeavesQtsFlagsAlone()
+{
+    driver->setOpenError(true);
+    QVERIFY_SQL(*driver, openDriver(*driver));
+    QVERIFY(driver->isOpen());
+    QVERIFY(!driver->QSqlDriver::isOpen()); // nothing asks it
+    QVERIFY(driver->isOpenError());
+    driver->setOpenError(false);
+    driver->setOpen(true);
+    driver->close();
+    QVERIFY(!driver->isOpen());
+    QVERIFY(driver->QSqlDriver::isOpen());
 }
 
 void tst_DorvyDriver::openAgainConnectsAnew()
@@ -502,20 +597,11 @@ void tst_DorvyDriver::bindAndUnbindTakeTheLock()
     DorvyDriverPrivate &half = driver->half();
     const OpenResult result(driver.get());
     auto *entry = reinterpret_cast<DorvyResultPrivate *>(result.address());
-    std::atomic<int> done(0);
-    half.mutex.lock();
-    std::thread other([&half, entry, &done]() {
-        half.bind(entry);
-        ++done;
-        half.unbind(entry);
-        ++done;
-    });
-    QTest::qSleep(50);
-    const int before = done;
-    half.mutex.unlock();
-    other.join();
-    QCOMPARE(before, 0);
-    QCOMPARE(int(done), 2);
+    QVERIFY(waitsFor(
+        half.mutex, [&half, entry]() { half.bind(entry); }, 50));
+    QVERIFY(waitsFor(
+        half.mutex, [&half, entry]() { half.unbind(entry); }, 50));
+    QVERIFY(half.results.isEmpty());
     half.bind(entry); // again, for the result's own end
 }
 
@@ -658,6 +744,61 @@ void tst_DorvyDriver::unsubscribeFromANameChangesNothing()
     QVERIFY(walking.fetchNext());
     QCOMPARE(walking.size(), 128);
     QVERIFY_SQL(prepared, prepared.exec());
+}
+
+void tst_DorvyDriver::unsubscribeFromANameTakesNoLock_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("empty, not null") << QStringLiteral("");
+    QTest::newRow("some name") << QStringLiteral("news");
+}
+
+void tst_DorvyDriver::unsubscribeFromANameTakesNoLock()
+{
+    QFETCH(QString, name);
+    DorvyDriverPrivate &half = driver->half();
+    QVERIFY(!waitsFor(
+        half.mutex, [&half, &name]() { half.unsubscribeFromNotification(name); }, 5000));
+}
+
+void tst_DorvyDriver::unsubscribeHoldsItsLockWhileItTakesThePools()
+{
+    QVERIFY(openDriver(*driver));
+    OpenResult result(driver.get());
+    QVERIFY(result.reset(QStringLiteral("SELECT 1")));
+    DorvyDriverPrivate &half = driver->half();
+    QMutex &poolsLock = Dorvy3TestAccess::lock(*pool);
+    poolsLock.lock();
+    std::thread walk([&half]() { half.unsubscribeFromNotification(QString()); });
+    // The last statement's end gives the borrowed connection back to the pool, which is locked.
+    for (int i = 0; i < 1000 && Dorvy3TestAccess::boundCount(half.database) > 0; ++i) {
+        QTest::qSleep(5);
+    }
+    const bool held = !half.mutex.tryLock();
+    if (!held) {
+        half.mutex.unlock();
+    }
+    poolsLock.unlock();
+    walk.join();
+    QVERIFY(held);
+    QCOMPARE(Dorvy3TestAccess::boundCount(half.database), 0);
+    QCOMPARE(result.size(), -1);
+}
+
+void tst_DorvyDriver::unsubscribeReleasesInTheOrderOfCreation()
+{
+    QVERIFY(openDriver(*driver));
+    OpenResult first(driver.get());
+    OpenResult second(driver.get());
+    proxy->clear();
+    // Prepared the other way round: the order is that of the results, not of their statements.
+    QVERIFY(second.prepare(QStringLiteral("INSERT INTO written VALUES (2)")));
+    QVERIFY(first.prepare(QStringLiteral("INSERT INTO written VALUES (1)")));
+    QVERIFY(!driver->unsubscribeFromNotification(QString()));
+    QTRY_COMPARE(proxy->frontend().filter(QStringLiteral("Close S")).size(), 2);
+    const int own = proxy->connectionCount();
+    QCOMPARE(proxy->frontend().filter(QStringLiteral("Close S")),
+             QStringList({said(own, "Close S S2"), said(own, "Close S S1")}));
 }
 
 void tst_DorvyDriver::unsubscribeLeavesTheListUnlocked()

@@ -23,6 +23,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <type_traits>
 
 Q_DECLARE_METATYPE(QVariant::Type)
 
@@ -36,29 +37,49 @@ public:
     using DorvyResult::detachFromResultSet;
     using DorvyResult::DorvyResult;
     using DorvyResult::exec;
+    using DorvyResult::execBatch;
+    using DorvyResult::fetch;
     using DorvyResult::fetchFirst;
+    using DorvyResult::fetchLast;
     using DorvyResult::fetchNext;
+    using DorvyResult::fetchPrevious;
     using DorvyResult::isNull;
     using DorvyResult::lastInsertId;
+    using DorvyResult::nextResult;
     using DorvyResult::numRowsAffected;
     using DorvyResult::prepare;
     using DorvyResult::record;
     using DorvyResult::reset;
+    using DorvyResult::savePrepare;
+    using DorvyResult::setActive;
+    using DorvyResult::setAt;
+    using DorvyResult::setForwardOnly;
+    using DorvyResult::setLastError;
+    using DorvyResult::setNumericalPrecisionPolicy;
+    using DorvyResult::setQuery;
+    using DorvyResult::setSelect;
     using DorvyResult::size;
+    using DorvyResult::virtual_hook;
     using QSqlResult::addBindValue;
     using QSqlResult::at;
+    using QSqlResult::bindingSyntax;
     using QSqlResult::bindValue;
     using QSqlResult::boundValueCount;
     using QSqlResult::driver;
     using QSqlResult::isActive;
     using QSqlResult::isSelect;
     using QSqlResult::lastError;
-    using QSqlResult::setAt;
-    using QSqlResult::setLastError;
-    using QSqlResult::setNumericalPrecisionPolicy;
+    using QSqlResult::PositionalBinding;
 
     DorvyResultPrivate &half() { return *static_cast<DorvyResultPrivate *>(d_ptr); }
 };
+
+// Whether an operation is declared in Class and not in one of its bases.
+template<typename Class, typename Declaring, typename Signature>
+bool declaredIn(Signature Declaring::* /*operation*/)
+{
+    return std::is_same<Class, Declaring>::value;
+}
 
 QString executeFailed()
 {
@@ -100,6 +121,9 @@ private slots:
     void cleanupTestCase();
 
     void newResultIsIdle();
+    void dataOfItsOwn();
+    void operationsOfItsOwn();
+    void operationsThatStayQts();
     void handleIsInvalid();
     void fieldSerialCountsFromOne();
     void placeholders_data();
@@ -119,6 +143,8 @@ private slots:
     void execAgainReplacesThePage();
     void positionStays();
     void successClearsTheError();
+    void failureLeavesTheSelectFlag();
+    void newTextKeepsTheBorrowedConnection();
 
     void rejectedText();
     void rejectedTextLeavesNoStatement();
@@ -229,6 +255,49 @@ void tst_DorvyResult::newResultIsIdle()
     QVERIFY(!result->half().page);
     QCOMPARE(result->size(), -1);
     QCOMPARE(result->boundValueCount(), 0);
+    QCOMPARE(result->bindingSyntax(), OpenResult::PositionalBinding);
+}
+
+void tst_DorvyResult::dataOfItsOwn()
+{
+    QCOMPARE(sizeof(DorvyResult), sizeof(QSqlResult) + sizeof(QSharedPointer<Dorvy3Statement>));
+    const auto address = [](const auto &field) { return reinterpret_cast<quintptr>(&field); };
+    QVERIFY(address(result->half().page) < address(result->half().record));
+}
+
+void tst_DorvyResult::operationsOfItsOwn()
+{
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::handle));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::exec));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::prepare));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::data));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::isNull));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::reset));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::fetch));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::fetchNext));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::fetchPrevious));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::fetchFirst));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::fetchLast));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::size));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::numRowsAffected));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::record));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::lastInsertId));
+    QVERIFY(declaredIn<DorvyResult>(&OpenResult::detachFromResultSet));
+}
+
+void tst_DorvyResult::operationsThatStayQts()
+{
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::setAt));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::setActive));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::setLastError));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::setQuery));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::setSelect));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::setForwardOnly));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::savePrepare));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::virtual_hook));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::execBatch));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::setNumericalPrecisionPolicy));
+    QVERIFY(declaredIn<QSqlResult>(&OpenResult::nextResult));
 }
 
 void tst_DorvyResult::handleIsInvalid()
@@ -451,6 +520,32 @@ void tst_DorvyResult::successClearsTheError()
     result->setLastError(someError());
     QVERIFY(result->exec());
     VERIFY_NO_ERROR(result->lastError());
+}
+
+void tst_DorvyResult::failureLeavesTheSelectFlag()
+{
+    QVERIFY(result->reset(QStringLiteral("SELECT 1")));
+    QVERIFY(!result->reset(QStringLiteral("nonsense")));
+    QVERIFY(result->isSelect());
+    QVERIFY(!result->prepare(QStringLiteral("nonsense")));
+    QVERIFY(result->isSelect());
+    QVERIFY(!result->exec());
+    QVERIFY(result->isSelect());
+    QVERIFY(result->reset(QStringLiteral("UPDATE t SET b = 'new'")));
+    QVERIFY(!result->reset(QStringLiteral("SELECT 1 / 0 FROM t"))); // prepared, but not run
+    QVERIFY(!result->isSelect());
+}
+
+void tst_DorvyResult::newTextKeepsTheBorrowedConnection()
+{
+    // The old statement goes when the new one is there, so the reading transaction goes on.
+    QVERIFY(result->reset(QStringLiteral("SELECT a FROM t")));
+    for (const bool prepared : {false, true}) {
+        proxy->clear();
+        QVERIFY_SQL(*result, prepared ? result->prepare(QStringLiteral("SELECT b FROM t"))
+                                      : result->reset(QStringLiteral("SELECT b FROM t")));
+        QCOMPARE(proxy->frontend().filter(QStringLiteral("Query")), QStringList());
+    }
 }
 
 void tst_DorvyResult::rejectedText()

@@ -118,6 +118,9 @@ private slots:
     void dataIsReadWithinThePage();
     void oldPageIsReleased();
     void recordStaysThroughPages();
+    void laterPagesAreNotDescribed();
+    void stepsThatSucceedLeaveTheLastError();
+    void pageKeepsItsConnection();
 
     void seekReachesTheFirstPageAlone();
     void seekWithinThePage();
@@ -145,6 +148,7 @@ private slots:
     void lastInsertIdWithoutSequence();
     void lastInsertIdBeyondAnInt();
     void lastInsertIdOfLostConnection();
+    void lastInsertIdOfAPageWithoutConnection();
     void lastInsertIdIsAPlainQuery();
 
     void pagesOnTheWire();
@@ -366,6 +370,45 @@ void tst_DorvyResultNavigation::recordStaysThroughPages()
     walk(select);
     QCOMPARE(select.record().count(), 1);
     QCOMPARE(select.record().fieldName(0), QStringLiteral("number"));
+}
+
+void tst_DorvyResultNavigation::laterPagesAreNotDescribed()
+{
+    QVERIFY(result->reset(series(300)));
+    result->half().record.clear();
+    QVERIFY(result->fetchLast());
+    QVERIFY(result->fetchNext());
+    QVERIFY(result->record().isEmpty());
+}
+
+void tst_DorvyResultNavigation::stepsThatSucceedLeaveTheLastError()
+{
+    QVERIFY(result->reset(series(300)));
+    result->setLastError(someError());
+    QVERIFY(result->fetchFirst());
+    QVERIFY(result->fetchNext());
+    QVERIFY(result->fetchPrevious());
+    QVERIFY(result->fetch(126));
+    QVERIFY(!result->fetch(128));
+    QVERIFY(result->fetchLast());
+    QCOMPARE(result->lastError(), someError());
+    QVERIFY(result->fetchNext()); // onto the next page
+    QCOMPARE(result->at(), 0);
+    QCOMPARE(result->lastError(), someError());
+}
+
+void tst_DorvyResultNavigation::pageKeepsItsConnection()
+{
+    QVERIFY(result->reset(series(300)));
+    QVERIFY(result->fetchLast());
+    const QWeakPointer<Dorvy3Connection> reader = borrowed();
+    QVERIFY_SQL(*driver, open(proxy->host(), proxy->port())); // the handle lets go of it
+    QVERIFY(!borrowed());
+    QVERIFY(reader.toStrongRef());
+    QVERIFY_SQL(*result, result->fetchNext());
+    QCOMPARE(result->data(0).toInt(), 129);
+    result->detachFromResultSet();
+    QVERIFY(!reader.toStrongRef());
 }
 
 void tst_DorvyResultNavigation::seekReachesTheFirstPageAlone()
@@ -712,6 +755,15 @@ void tst_DorvyResultNavigation::lastInsertIdOfLostConnection()
     QCOMPARE(result->lastError(), someError());
     driver->close();
     QVERIFY(!result->lastInsertId().isValid()); // of a finished connection
+    QCOMPARE(result->lastError(), someError());
+}
+
+void tst_DorvyResultNavigation::lastInsertIdOfAPageWithoutConnection()
+{
+    result->half().page = QSharedPointer<Dorvy3Result>::create(
+        PQmakeEmptyPGresult(nullptr, PGRES_COMMAND_OK), QSharedPointer<Dorvy3Connection>());
+    result->setLastError(someError());
+    QVERIFY(!result->lastInsertId().isValid());
     QCOMPARE(result->lastError(), someError());
 }
 

@@ -5,6 +5,7 @@
 // libraries beside it. Its exit status says whether all went well.
 //
 //     host query HOST PORT OPTIONS          opens, writes, reads
+//     host driver KEY                       prints the class of the driver that KEY gets, or "none"
 //     host thread PLUGIN HOST PORT OPTIONS  uses the plugin on a thread and unloads it before the
 //                                           thread ends
 //     host walk HOST PORT ROWS              walks over ROWS rows; prints the peak of its memory,
@@ -91,6 +92,13 @@ bool query(const QStringList &arguments)
     QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("DORVY"));
     return useOwnLibpq(host, port) && open(database, host, port, arguments.at(2)) &&
            readAndWrite(database) && useOwnLibpq(host, port);
+}
+
+bool driver(const QStringList &arguments)
+{
+    const QSqlDatabase database = QSqlDatabase::addDatabase(arguments.at(0));
+    std::puts(database.isValid() ? database.driver()->metaObject()->className() : "none");
+    return true;
 }
 
 class Worker : public QThread
@@ -187,6 +195,7 @@ int main(int argc, char *argv[])
     QStringList arguments = application.arguments().mid(1);
     const QString mode = arguments.takeFirst();
     const bool good = mode == QStringLiteral("query")    ? query(arguments)
+                      : mode == QStringLiteral("driver") ? driver(arguments)
                       : mode == QStringLiteral("thread") ? thread(arguments)
                                                          : walk(arguments);
     return good ? 0 : 1;

@@ -28,12 +28,23 @@ class tst_DORVYDriverPlugin : public QObject
     Q_OBJECT
 
 private slots:
+    void poolIsItsOneField();
     void create_data();
     void create();
     void createdDriverHasNoParent();
     void driversShareThePool();
     void poolOutlivesThePlugin();
 };
+
+void tst_DORVYDriverPlugin::poolIsItsOneField()
+{
+    QObject parent;
+    const auto *plugin = new DORVYDriverPlugin(&parent);
+    QCOMPARE(plugin->parent(), &parent);
+    QVERIFY(Dorvy3TestAccess::pool(*plugin));
+    QCOMPARE(sizeof(DORVYDriverPlugin),
+             sizeof(QSqlDriverPlugin) + sizeof(QSharedPointer<Dorvy3Transacted>));
+}
 
 void tst_DORVYDriverPlugin::create_data()
 {
@@ -43,7 +54,8 @@ void tst_DORVYDriverPlugin::create_data()
     QTest::newRow("Qt's key of PostgreSQL") << QStringLiteral("QPSQL") << true;
     QTest::newRow("announced, but without a driver") << QStringLiteral("QPSQL7") << false;
     QTest::newRow("lower case") << QStringLiteral("dorvy") << false;
-    QTest::newRow("empty") << QString() << false;
+    QTest::newRow("empty") << QStringLiteral("") << false;
+    QTest::newRow("null") << QString() << false;
     QTest::newRow("trailing blank") << QStringLiteral("DORVY ") << false;
 }
 

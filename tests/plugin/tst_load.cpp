@@ -44,8 +44,14 @@ class tst_Load : public QObject
 private slots:
     void initTestCase();
     void metadata();
+    void metadataOfTheBuild();
     void oneInstance();
+    void instanceFunctionHandsOutOneObject();
+    void metadataFunction();
     void loadMessage();
+    void nothingButTheLoadMessageIsLogged();
+    void driverOfKey_data();
+    void driverOfKey();
     void stockProgram();
     void programWithSystemLibpq();
     void programOnSystemJemalloc();
@@ -128,6 +134,20 @@ void tst_Load::metadata()
         QJsonArray({QStringLiteral("QPSQL7"), QStringLiteral("QPSQL"), QStringLiteral("DORVY")}));
 }
 
+void tst_Load::metadataOfTheBuild()
+{
+    const QJsonObject metadata = QPluginLoader(QStringLiteral(DORVY_PLUGIN)).metaData();
+    // Qt writes the version without its last part.
+    QCOMPARE(metadata.value(QStringLiteral("version")).toInt(),
+             QT_VERSION_CHECK(QT_VERSION_MAJOR, QT_VERSION_MINOR, 0));
+#ifdef QT_NO_DEBUG
+    const bool debug = false;
+#else
+    const bool debug = true;
+#endif
+    QCOMPARE(metadata.value(QStringLiteral("debug")), QJsonValue(debug));
+}
+
 void tst_Load::oneInstance()
 {
     QPluginLoader first(QStringLiteral(DORVY_PLUGIN));
@@ -139,6 +159,33 @@ void tst_Load::oneInstance()
              QByteArray("DORVYDriverPlugin"));
     second.unload();
     first.unload();
+}
+
+void tst_Load::instanceFunctionHandsOutOneObject()
+{
+    QLibrary library(QStringLiteral(DORVY_PLUGIN));
+    const auto instance = reinterpret_cast<QObject *(*)()>(library.resolve("qt_plugin_instance"));
+    QVERIFY2(instance, qPrintable(library.errorString()));
+    std::unique_ptr<QObject> first(instance());
+    QVERIFY(qobject_cast<QSqlDriverPlugin *>(first.get()));
+    QVERIFY(!first->parent());
+    QCOMPARE(instance(), first.get());
+    first.reset(); // which ends its time as the one object
+    std::unique_ptr<QObject> second(instance());
+    QVERIFY(qobject_cast<QSqlDriverPlugin *>(second.get()));
+    QCOMPARE(instance(), second.get());
+    second.reset();
+    library.unload();
+}
+
+void tst_Load::metadataFunction()
+{
+    QLibrary library(QStringLiteral(DORVY_PLUGIN));
+    const auto query =
+        reinterpret_cast<const char *(*)()>(library.resolve("qt_plugin_query_metadata"));
+    QVERIFY2(query, qPrintable(library.errorString()));
+    QCOMPARE(QByteArray(query(), 10), QByteArray("QTMETADATA"));
+    library.unload();
 }
 
 void tst_Load::loadMessage()
@@ -153,6 +200,43 @@ void tst_Load::loadMessage()
     QCOMPARE(messages, QStringList{QStringLiteral("DORVY plugin loaded")});
     QCOMPARE(messageTypes, QList<QtMsgType>{QtInfoMsg});
     QCOMPARE(contexts, QStringList{QStringLiteral("default - 0 -")});
+}
+
+void tst_Load::nothingButTheLoadMessageIsLogged()
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(QStringLiteral(DORVY_HOST), QStringList{QStringLiteral("query")} + socket());
+    QVERIFY(process.waitForFinished(60000));
+    QCOMPARE(process.exitCode(), 0);
+    QCOMPARE(process.readAll(), QByteArray("DORVY plugin loaded\n"));
+}
+
+void tst_Load::driverOfKey_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QByteArray>("driver");
+    QTest::newRow("its own key") << QStringLiteral("DORVY") << QByteArray("DorvyDriver\n");
+    QTest::newRow("Qt's key of PostgreSQL")
+        << QStringLiteral("QPSQL") << QByteArray("DorvyDriver\n");
+    QTest::newRow("announced, but without a driver")
+        << QStringLiteral("QPSQL7") << QByteArray("none\n");
+    QTest::newRow("lower case") << QStringLiteral("dorvy") << QByteArray("none\n");
+    QTest::newRow("not announced") << QStringLiteral("QPSQL8") << QByteArray("none\n");
+}
+
+void tst_Load::driverOfKey()
+{
+    QFETCH(QString, key);
+    QFETCH(QByteArray, driver);
+    QProcess process;
+    process.start(QStringLiteral(DORVY_HOST), {QStringLiteral("driver"), key});
+    QVERIFY(process.waitForFinished(60000));
+    QCOMPARE(process.readAllStandardOutput(), driver);
+    const QByteArray said = process.readAllStandardError();
+    // What is announced, in whatever case, is loaded, and only then gives no driver.
+    QCOMPARE(said.contains("DORVY plugin loaded"), key != QLatin1String("QPSQL8"));
+    QCOMPARE(said.contains("driver not loaded"), driver == "none\n");
 }
 
 void tst_Load::stockProgram()
