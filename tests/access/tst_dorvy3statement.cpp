@@ -56,6 +56,16 @@ QStringList closesInOrder(QStringList lines)
     return lines;
 }
 
+// A text with a thousand parameters, all int4.
+QString thousandIntegers()
+{
+    QStringList columns;
+    for (int i = 1; i <= 1000; ++i) {
+        columns += QStringLiteral("$%1::int4").arg(i);
+    }
+    return QStringLiteral("SELECT ") + columns.join(QLatin1Char(','));
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(QSharedPointer<Dorvy3Connection>)
@@ -320,13 +330,8 @@ void tst_Dorvy3Statement::noParametersNoBlock()
 
 void tst_Dorvy3Statement::thousandParameters()
 {
-    QStringList columns;
-    for (int i = 1; i <= 1000; ++i) {
-        columns += QStringLiteral("$%1::int4").arg(i);
-    }
     Dorvy3Statement statement;
-    QVERIFY(statement.prep(QStringLiteral("SELECT ") + columns.join(QLatin1Char(',')), connection,
-                           nullptr, nullptr));
+    QVERIFY(statement.prep(thousandIntegers(), connection, nullptr, nullptr));
     QCOMPARE(PQnparams(Access::description(statement)->result), 1000);
     for (int i = 0; i < 1000; ++i) {
         QCOMPARE(Access::paramTypes(statement)[i], Oid(23));
@@ -335,13 +340,8 @@ void tst_Dorvy3Statement::thousandParameters()
 
 void tst_Dorvy3Statement::blockHasTwentyBytesPerParameter()
 {
-    QStringList columns;
-    for (int i = 1; i <= 1000; ++i) {
-        columns += QStringLiteral("$%1::int4").arg(i);
-    }
     Dorvy3Statement statement;
-    QVERIFY(statement.prep(QStringLiteral("SELECT ") + columns.join(QLatin1Char(',')), connection,
-                           nullptr, nullptr));
+    QVERIFY(statement.prep(thousandIntegers(), connection, nullptr, nullptr));
     const std::size_t bytes = malloc_usable_size(const_cast<void *>(Access::params(statement)));
     QVERIFY(bytes >= 20000);
     QVERIFY2(bytes <= 20480, QByteArray::number(qulonglong(bytes))); // what an allocator rounds up

@@ -16,6 +16,12 @@
 
 #include <functional>
 
+// What a failure says: the server's words, and the driver's own beside them.
+constexpr char Aborted[] = "ERROR:  current transaction is aborted, commands ignored until end of "
+                           "transaction block\n";
+constexpr char PrepareFailed[] = "Ошибка при подготовке запроса к СУБД";
+constexpr char ExecuteFailed[] = "Ошибка при выполнении запроса к СУБД";
+
 /*!
     A server, and an application's open database "app" on it. Each test finds an empty schema
     "public". What cluster.run() and cluster.value() see is what everybody else sees.

@@ -99,7 +99,11 @@ public:
     /*! The recorded lines of \a connection, or (0) of all, that have one of the \a words. */
     QStringList linesWith(std::initializer_list<const char *> words, int connection = 0) const
     {
-        const QString number = connection == 0 ? QString() : QString::number(connection);
+        const QString number = QString::number(connection);
+        const auto isOf = [connection, &number](const QString &line) {
+            return connection == 0 || line.startsWith(number + QLatin1Char('>')) ||
+                   line.startsWith(number + QLatin1Char('<'));
+        };
         const auto wanted = [&words](const QString &line) {
             return std::any_of(words.begin(), words.end(), [&line](const char *word) {
                 return line.contains(QLatin1String(word));
@@ -107,7 +111,7 @@ public:
         };
         QStringList found;
         for (const QString &line : proxy->conversation()) {
-            if (line.startsWith(number) && wanted(line)) {
+            if (isOf(line) && wanted(line)) {
                 found += line;
             }
         }
@@ -255,5 +259,26 @@ inline void namesToLookUp()
     // The apostrophe ends the text of the query, and what stands behind it is a placeholder.
     row("question mark behind an apostrophe", "a'?", "", "a'$1");
 }
+
+/*! Verifies that \a connection holds no statement, no portal and no transaction. */
+#define VERIFY_NOTHING_HELD(connection)                                                            \
+    do {                                                                                           \
+        const ConnectionPtr &heldBy = (connection);                                                \
+        QCOMPARE(count(heldBy, "pg_prepared_statements"), QByteArray("0"));                        \
+        QCOMPARE(count(heldBy, "pg_cursors"), QByteArray("0"));                                    \
+        QCOMPARE(status(heldBy), PQTRANS_IDLE);                                                    \
+    } while (false)
+
+/*! Verifies that the driver has no result, statement or borrowed connection left. */
+#define VERIFY_NOTHING_LEFT(catalogServer)                                                         \
+    do {                                                                                           \
+        QVERIFY((catalogServer).driver->half().results.isEmpty());                                 \
+        QCOMPARE(Dorvy3TestAccess::boundCount((catalogServer).driver->half().database), 0);        \
+        QVERIFY(!(catalogServer).borrowedConnection());                                            \
+        VERIFY_NOTHING_HELD((catalogServer).ownConnection());                                      \
+        for (const ConnectionPtr &spare : (catalogServer).spares()) {                              \
+            VERIFY_NOTHING_HELD(spare);                                                            \
+        }                                                                                          \
+    } while (false)
 
 #endif // CATALOGSERVER_H

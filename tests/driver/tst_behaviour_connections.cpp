@@ -68,12 +68,6 @@ private:
             kill(process.toInt(), SIGCONT);
         });
     }
-    void terminate(const QString &process) const
-    {
-        cluster.run("SELECT pg_terminate_backend(" + process + ")");
-        QTRY_COMPARE(cluster.value("SELECT count(*) FROM pg_stat_activity WHERE pid = " + process),
-                     QString("0"));
-    }
 };
 
 void tst_BehaviourConnections::readsTakeASecondConnection()
@@ -135,7 +129,7 @@ void tst_BehaviourConnections::connectionThatDiedWhileReadIsReplaced()
     QVERIFY(openNamed());
     QSqlQuery query(db);
     QVERIFY(query.exec("SELECT generate_series(1, 300)"));
-    terminate(borrowed());
+    cluster.terminate(borrowed().toInt());
     QVERIFY(query.last());
     QVERIFY(!query.next());
     QVERIFY(query.lastError().isValid());
@@ -149,7 +143,7 @@ void tst_BehaviourConnections::spareThatIsKnownToBeDeadIsReplaced()
     QSqlQuery query(db);
     QVERIFY(query.exec("SELECT 1"));
     query.clear(); // its connection is a spare now
-    terminate(borrowed());
+    cluster.terminate(borrowed().toInt());
     QVERIFY(query.exec("SELECT 1"));
 }
 
@@ -214,7 +208,8 @@ void tst_BehaviourConnections::lostConnectionInATransaction()
     QVERIFY(query.exec("CREATE TABLE t (a int)"));
     QVERIFY(db.transaction());
     QVERIFY(query.exec("INSERT INTO t VALUES (1)"));
-    terminate(cluster.value("SELECT pid FROM pg_stat_activity WHERE application_name = 'own'"));
+    cluster.terminate(
+        cluster.value("SELECT pid FROM pg_stat_activity WHERE application_name = 'own'").toInt());
     QVERIFY(!query.exec("INSERT INTO t VALUES (2)"));
     QVERIFY(!db.commit());
     COMPARE_TEXTS(db.lastError(), "Невозможно завершить транзакцию",

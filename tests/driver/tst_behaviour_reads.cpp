@@ -9,11 +9,7 @@
 
 namespace {
 
-constexpr char Aborted[] = "ERROR:  current transaction is aborted, commands ignored until end of "
-                           "transaction block\n";
 constexpr char LockTimeout[] = "ERROR:  canceling statement due to lock timeout\n";
-constexpr char PrepareFailed[] = "Ошибка при подготовке запроса к СУБД";
-constexpr char ExecuteFailed[] = "Ошибка при выполнении запроса к СУБД";
 
 } // namespace
 

@@ -5,13 +5,6 @@
 #undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 
-namespace {
-
-constexpr char PrepareFailed[] = "Ошибка при подготовке запроса к СУБД";
-constexpr char ExecuteFailed[] = "Ошибка при выполнении запроса к СУБД";
-
-} // namespace
-
 class tst_BehaviourTexts : public QObject, private Behaviour
 {
     Q_OBJECT

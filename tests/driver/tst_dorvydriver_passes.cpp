@@ -299,15 +299,8 @@ void tst_DorvyDriverPasses::nothingIsLeftOnTheServer()
 {
     QVERIFY_SQL(*server.driver, server.openDriver(few()));
     tables(QSql::AllTables);
-    QVERIFY(server.driver->half().results.isEmpty());
-    QCOMPARE(Dorvy3TestAccess::boundCount(server.driver->half().database), 0);
-    QVERIFY(!server.borrowedConnection());
     QCOMPARE(server.spares().size(), 1);
-    for (const ConnectionPtr &connection : {server.ownConnection(), server.spares().first()}) {
-        QCOMPARE(count(connection, "pg_prepared_statements"), QByteArray("0"));
-        QCOMPARE(count(connection, "pg_cursors"), QByteArray("0"));
-        QCOMPARE(status(connection), PQTRANS_IDLE);
-    }
+    VERIFY_NOTHING_LEFT(server);
 }
 
 void tst_DorvyDriverPasses::halfReadQueryGoesOn()

@@ -365,13 +365,8 @@ void tst_DorvyDriverRecord::nothingIsLeftOnTheServer()
 {
     QVERIFY_SQL(*server.driver, server.openDriver(withAdsrc()));
     QVERIFY(server.driver->record(QStringLiteral("o'brien")).isEmpty());
-    QVERIFY(server.driver->half().results.isEmpty());
-    QCOMPARE(Dorvy3TestAccess::boundCount(server.driver->half().database), 0);
-    QVERIFY(!server.borrowedConnection());
     QVERIFY(server.spares().isEmpty());
-    QCOMPARE(count(server.ownConnection(), "pg_prepared_statements"), QByteArray("0"));
-    QCOMPARE(count(server.ownConnection(), "pg_cursors"), QByteArray("0"));
-    QCOMPARE(status(server.ownConnection()), PQTRANS_IDLE);
+    VERIFY_NOTHING_LEFT(server);
 }
 
 void tst_DorvyDriverRecord::lostConnectionGivesAnEmptyRecord()
