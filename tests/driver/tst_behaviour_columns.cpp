@@ -166,6 +166,8 @@ void tst_BehaviourColumns::columnThatIsCast_data()
     row("SELECT extract(epoch FROM '1 day'::interval)::int", 86400);
     row("SELECT '12:00+03'::timetz::text", "12:00:00+03");
     row("SELECT B'101'::text", "101");
+    row("SELECT B'101'::int", 5);
+    row("SELECT '{\"a\": 1}'::json::text::bytea", QByteArray("{\"a\": 1}"));
     row("SELECT 'pg_class'::regclass::text", "pg_class");
     row("SELECT ROW(1, 2)::text", "(1,2)");
     row("SELECT pg_advisory_xact_lock(1)::text", "");

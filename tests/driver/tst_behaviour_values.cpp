@@ -29,6 +29,7 @@ private slots:
     void coalesceBringsTheEmptyTextBack();
     void emptyBytesEndTheProcess();
     void coalesceBringsTheEmptyBytesBack();
+    void bytesAsHexTextMayBeEmpty();
 
     void numericLosesItsFraction();
     void numericLosesItsFractionInAComparison();
@@ -124,6 +125,16 @@ void tst_BehaviourValues::coalesceBringsTheEmptyBytesBack()
     QByteArray bytes("");
     QVERIFY(query.prepare("INSERT INTO t (bin) VALUES (coalesce(?, ''::bytea))"));
     query.addBindValue(bytes.isEmpty() ? QVariant(QVariant::ByteArray) : QVariant(bytes));
+    QVERIFY(query.exec());
+    QCOMPARE(stored("length(bin)"), QString("0"));
+}
+
+void tst_BehaviourValues::bytesAsHexTextMayBeEmpty()
+{
+    QSqlQuery query(db);
+    QByteArray bytes("");
+    QVERIFY(query.prepare("INSERT INTO t (bin) VALUES (?::text::bytea)"));
+    query.addBindValue(QString("\\x" + bytes.toHex()));
     QVERIFY(query.exec());
     QCOMPARE(stored("length(bin)"), QString("0"));
 }
