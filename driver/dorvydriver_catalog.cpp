@@ -139,7 +139,8 @@ QString hlpRecordOf(const TableName &name)
     return hlpRecordText().arg(condition).arg(name.table);
 }
 
-// A default that is a text loses its first and its last character, whatever that one is.
+// A default that is a text loses its first and its last character, whatever that one is: meant, see
+// tst_dorvydriver_columns, defaultIsDescribed.
 QString hlpDefaultValue(QString source)
 {
     if (source.startsWith(QLatin1Char('\''))) {

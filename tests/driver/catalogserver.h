@@ -30,6 +30,15 @@ public:
     DorvyDriverPrivate &half() { return *static_cast<DorvyDriverPrivate *>(d_ptr.data()); }
 };
 
+/*! One that believes itself closed, whatever the connection is. */
+class ShutDriver : public DorvyDriver
+{
+public:
+    using DorvyDriver::DorvyDriver;
+
+    bool isOpen() const override { return false; }
+};
+
 /*! A private server, a recording proxy before it, and a driver that is opened through the proxy. */
 class CatalogServer
 {

@@ -107,6 +107,7 @@ private slots:
     void apostropheFailsTheTransaction();
     void lostConnectionHasNoKey();
     void closedDriverSendsNothing();
+    void driverIsAskedWhetherItIsOpen();
     void lastErrorStays();
     void databaseAsksThroughQt();
 
@@ -634,6 +635,17 @@ void tst_DorvyDriverKeys::closedDriverSendsNothing()
     QCOMPARE(server.proxy->connectionCount(), count);
     QCOMPARE(server.driver->lastError(), someError());
     QCOMPARE(messages.count(), 0); // a query on it would warn
+}
+
+void tst_DorvyDriverKeys::driverIsAskedWhetherItIsOpen()
+{
+    MessageCounter messages;
+    ShutDriver shut(QSharedPointer<Dorvy3Transacted>::create());
+    QVERIFY_SQL(shut, server.open(shut, keys()));
+    server.proxy->clear();
+    VERIFY_NO_KEY(shut.primaryIndex(QStringLiteral("one")), QString());
+    QCOMPARE(server.proxy->conversation(), QStringList());
+    QCOMPARE(messages.count(), 0);
 }
 
 void tst_DorvyDriverKeys::lastErrorStays()

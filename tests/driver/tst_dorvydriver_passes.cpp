@@ -44,13 +44,19 @@ QString few()
     return QStringLiteral("few");
 }
 
-// One that believes itself closed, whatever the connection is.
-class ShutDriver : public DorvyDriver
+// Counts the results that it makes.
+class CountingDriver : public DorvyDriver
 {
 public:
     using DorvyDriver::DorvyDriver;
 
-    bool isOpen() const override { return false; }
+    QSqlResult *createResult() const override
+    {
+        ++results;
+        return DorvyDriver::createResult();
+    }
+
+    mutable int results = 0;
 };
 
 } // namespace
@@ -71,6 +77,7 @@ private slots:
     void manyTablesComeInPages();
     void manySystemTablesComeInPages();
     void roadOfAPass();
+    void passesShareOneResult();
     void passesShareTheBorrowedConnection();
     void nothingIsLeftOnTheServer();
     void halfReadQueryGoesOn();
@@ -277,6 +284,17 @@ void tst_DorvyDriverPasses::roadOfAPass()
                              lines({"> Close P P1", "> Bind P1 S1 [] 1", "> Describe P P1",
                                     "> Execute P1 128", "> Sync"}) +
                              closed + lines({"> Query \"ROLLBACK\""})));
+}
+
+void tst_DorvyDriverPasses::passesShareOneResult()
+{
+    CountingDriver counting(QSharedPointer<Dorvy3Transacted>::create());
+    QVERIFY_SQL(counting, server.open(counting, few()));
+    QCOMPARE(sorted(counting.tables(QSql::TableType(QSql::Tables | QSql::Views))),
+             lines({"acc.u", "acc.w", "t", "v"}));
+    QCOMPARE(counting.results, 1);
+    QVERIFY(!counting.tables(QSql::AllTables).isEmpty());
+    QCOMPARE(counting.results, 2);
 }
 
 void tst_DorvyDriverPasses::passesShareTheBorrowedConnection()

@@ -81,6 +81,7 @@ private slots:
     void nothingIsLeftOnTheServer();
     void lostConnectionGivesAnEmptyRecord();
     void closedDriverSendsNothing();
+    void driverIsAskedWhetherItIsOpen();
     void databaseAsksThroughQt();
 
 private:
@@ -394,6 +395,18 @@ void tst_DorvyDriverRecord::closedDriverSendsNothing()
     QCOMPARE(server.proxy->connectionCount(), server.own);
     QCOMPARE(server.driver->lastError(), someError());
     QCOMPARE(messages.count(), 0); // a query on it would warn
+}
+
+void tst_DorvyDriverRecord::driverIsAskedWhetherItIsOpen()
+{
+    MessageCounter messages;
+    ShutDriver shut(QSharedPointer<Dorvy3Transacted>::create());
+    QVERIFY_SQL(shut, server.open(shut, plain()));
+    server.proxy->clear();
+    // A text that no server accepts, so that the process outlives a query after all.
+    QVERIFY(shut.record(QStringLiteral("o'brien")).isEmpty());
+    QCOMPARE(server.proxy->conversation(), QStringList());
+    QCOMPARE(messages.count(), 0);
 }
 
 void tst_DorvyDriverRecord::databaseAsksThroughQt()

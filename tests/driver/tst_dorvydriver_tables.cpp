@@ -92,6 +92,7 @@ void tst_DorvyDriverTables::createKinds()
                                     "CREATE TABLE \"Таблица\" ()",
                                     "CREATE TABLE \"%1\" ()",
                                     "CREATE TABLE \" \" ()",
+                                    "CREATE TABLE \" blanks \" ()",
                                     "CREATE TABLE acc.plain ()",
                                     "CREATE TABLE acc.\"Other Case\" ()",
                                     "CREATE TABLE \"Public\".capital ()",
@@ -106,6 +107,8 @@ void tst_DorvyDriverTables::createKinds()
                                     "CREATE TABLE acc.pg_inner ()",
                                     "CREATE TABLE pgbench ()",
                                     "CREATE TABLE acc.pgpool ()",
+                                    "CREATE TABLE \" pg blanks \" ()",
+                                    "CREATE TABLE \"pg blanks \" ()",
                                     "CREATE TABLE pg ()",
                                     "CREATE TABLE \"Pg_upper\" ()",
                                     "CREATE TABLE \"PG_UPPER\" ()",
@@ -153,6 +156,7 @@ void tst_DorvyDriverTables::relationIsListedByItsKind_data()
     row("Russian", "Таблица", "T");
     row("percent", "%1", "T");
     row("blank", " ", "T");
+    row("blanks at both ends", " blanks ", "T");
 
     row("other schema", "acc.plain", "T");
     row("upper case in other schema", "acc.Other Case", "T");
@@ -176,6 +180,8 @@ void tst_DorvyDriverTables::relationIsListedByItsKind_data()
     row("pg and any character", "pgbench", "ST");
     row("pg and any character, other schema", "acc.pgpool", "T");
     row("pg and any character, without schema", "pgpool", "S");
+    row("pg and a blank", "pg blanks ", "ST");
+    row("pg behind a blank", " pg blanks ", "T");
     row("pg alone", "pg", "T");
     row("Pg_", "Pg_upper", "T");
     row("PG_", "PG_UPPER", "T");
