@@ -52,13 +52,13 @@ QString hlpDouble(const QVariant &value)
         return QStringLiteral("'NaN'");
     }
     if (qIsInf(number)) {
-        return QStringLiteral("'Infinity'"); // of either sign: meant, see tst_dorvy3literal
+        return QStringLiteral("'Infinity'"); // of either sign: meant; tst_dorvy3literal, number
     }
     return value.toString();
 }
 
 // The backslashes first, so that those put before quotes are not doubled again. No "E" before the
-// literal: meant, see tst_dorvy3literal.
+// literal: meant, see tst_dorvy3literal, text.
 QString hlpString(const QVariant &value, bool trimStrings)
 {
     QString text = trimStrings ? value.toString().trimmed() : value.toString();
