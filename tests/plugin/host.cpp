@@ -13,8 +13,6 @@
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
 #include <QtCore/QPluginLoader>
-#include <QtCore/QSemaphore>
-#include <QtCore/QThread>
 #include <QtSql/QSqlDatabase>
 #include <QtSql/QSqlDriver>
 #include <QtSql/QSqlDriverPlugin>
@@ -22,7 +20,7 @@
 #include <QtSql/QSqlQuery>
 
 #include <cstdio>
-#include <memory>
+#include <thread>
 
 #ifdef HOST_LIBPQ
 #include <libpq-fe.h>
@@ -101,53 +99,39 @@ bool driver(const QStringList &arguments)
     return true;
 }
 
-class Worker : public QThread
+bool use(QSqlDriver *driver, const QStringList &arguments)
 {
-public:
-    explicit Worker(const QStringList &given)
-        : arguments(given)
+    const QString name = QStringLiteral("thread");
+    bool worked = false;
     {
+        QSqlDatabase database = QSqlDatabase::addDatabase(driver, name);
+        worked = open(database, arguments.at(1), arguments.at(2), arguments.at(3)) &&
+                 readAndWrite(database);
     }
+    QSqlDatabase::removeDatabase(name);
+    return worked;
+}
 
-    void run() override
-    {
-        QPluginLoader loader(arguments.at(0));
-        loader.setLoadHints(QLibrary::LoadHints()); // Qt's own hint would keep it loaded
-        auto *plugin = qobject_cast<QSqlDriverPlugin *>(loader.instance());
-        if (!plugin) {
-            std::fprintf(stderr, "%s\n", qPrintable(loader.errorString()));
-            return;
-        }
-        good = use(plugin->create(QStringLiteral("DORVY")));
-        good = loader.unload() && good;
-        // Here the thread ends, and with it what the plugin's libraries left for that moment.
+bool useAndUnload(const QStringList &arguments)
+{
+    QPluginLoader loader(arguments.at(0));
+    loader.setLoadHints(QLibrary::LoadHints()); // Qt's own hint would keep it loaded
+    auto *plugin = qobject_cast<QSqlDriverPlugin *>(loader.instance());
+    if (!plugin) {
+        std::fprintf(stderr, "%s\n", qPrintable(loader.errorString()));
+        return false;
     }
-
-    bool good = false;
-
-private:
-    bool use(QSqlDriver *driver)
-    {
-        const QString name = QStringLiteral("thread");
-        bool worked = false;
-        {
-            QSqlDatabase database = QSqlDatabase::addDatabase(driver, name);
-            worked = open(database, arguments.at(1), arguments.at(2), arguments.at(3)) &&
-                     readAndWrite(database);
-        }
-        QSqlDatabase::removeDatabase(name);
-        return worked;
-    }
-
-    QStringList arguments;
-};
+    const bool good = use(plugin->create(QStringLiteral("DORVY")), arguments);
+    return loader.unload() && good;
+}
 
 bool thread(const QStringList &arguments)
 {
-    Worker worker(arguments);
-    worker.start();
-    worker.wait();
-    return worker.good;
+    bool good = false;
+    // Not a QThread, whose wait() does not wait for what libraries have left for the thread's end.
+    std::thread worker([&good, &arguments] { good = useAndUnload(arguments); });
+    worker.join();
+    return good;
 }
 
 qint64 peakKib()
