@@ -1068,6 +1068,12 @@ void tst_DorvyResult::resultOutlivesItsDriver()
     QCOMPARE(result->numRowsAffected(), -1);
     QVERIFY(!result->lastInsertId().isValid());
     VERIFY_NOT_PREPARED(*result);
+    QVERIFY(!result->reset(QStringLiteral("SELECT 1")));
+    COMPARE_ERROR(result->lastError(), StatementError,
+                  QStringLiteral("Невозможно выполнить запрос"),
+                  QStringLiteral("Отсутствует соединение с СУБД"), QString());
+    QVERIFY(!result->prepare(QStringLiteral("SELECT 1")));
+    QCOMPARE(result->lastError().databaseText(), QStringLiteral("Отсутствует соединение с СУБД"));
     result->detachFromResultSet();
     result.reset(); // with nothing to unregister from
 }
