@@ -84,6 +84,7 @@ private slots:
     void commandWaitsForTheAnswerToAClose();
 
 private:
+    void compareCommand(bool behindAClose);
     PGconn *connectRaw(const QString &options = QString(),
                        const QString &database = QStringLiteral("postgres")) const;
     ConnectionPtr connect(const QString &searchPath = QString(),
@@ -536,7 +537,8 @@ void tst_Dorvy3Connection::commandByTransactionStatus_data()
         << PQTRANS_IDLE;
 }
 
-void tst_Dorvy3Connection::commandByTransactionStatus()
+// One row of the command table, on a connection that may have a close outstanding.
+void tst_Dorvy3Connection::compareCommand(bool behindAClose)
 {
     QFETCH(QString, operation);
     QFETCH(QStringList, before);
@@ -550,6 +552,11 @@ void tst_Dorvy3Connection::commandByTransactionStatus()
         run(connection, sql.toLatin1());
     }
     proxy->clear();
+    if (behindAClose) {
+        QCOMPARE(PPQclose(connection->connection(), nullptr, "st"), 1);
+        QCOMPARE(PQtransactionStatus(connection->connection()), PQTRANS_ACTIVE); // not the true one
+        sent = lines({"1> Close S \"st\"", "1> Sync"}) + sent;
+    }
     const QSqlError error = transactionCommand(*connection, operation);
     QCOMPARE(error.type(), type);
     QCOMPARE(error.driverText(), driverText);
@@ -557,6 +564,11 @@ void tst_Dorvy3Connection::commandByTransactionStatus()
     QCOMPARE(error.nativeErrorCode(), QString());
     QCOMPARE(proxy->frontend(), sent);
     QCOMPARE(PQtransactionStatus(connection->connection()), after);
+}
+
+void tst_Dorvy3Connection::commandByTransactionStatus()
+{
+    compareCommand(false);
 }
 
 void tst_Dorvy3Connection::commandDuringCopyIsLeftAlone()
@@ -751,26 +763,7 @@ void tst_Dorvy3Connection::commandAfterOutstandingClose_data()
 
 void tst_Dorvy3Connection::commandAfterOutstandingClose()
 {
-    QFETCH(QString, operation);
-    QFETCH(QStringList, before);
-    QFETCH(QSqlError::ErrorType, type);
-    QFETCH(QString, driverText);
-    QFETCH(QString, databaseText);
-    QFETCH(QStringList, sent);
-    QFETCH(PGTransactionStatusType, after);
-    const ConnectionPtr connection = connect();
-    for (const QString &sql : before) {
-        run(connection, sql.toLatin1());
-    }
-    proxy->clear();
-    QCOMPARE(PPQclose(connection->connection(), nullptr, "st"), 1);
-    QCOMPARE(PQtransactionStatus(connection->connection()), PQTRANS_ACTIVE); // not the true one
-    const QSqlError error = transactionCommand(*connection, operation);
-    QCOMPARE(error.type(), type);
-    QCOMPARE(error.driverText(), driverText);
-    QCOMPARE(error.databaseText(), databaseText);
-    QCOMPARE(proxy->frontend(), lines({"1> Close S \"st\"", "1> Sync"}) + sent);
-    QCOMPARE(PQtransactionStatus(connection->connection()), after);
+    compareCommand(true);
 }
 
 void tst_Dorvy3Connection::commandWaitsForTheAnswerToAClose()

@@ -6,6 +6,7 @@
 #include "access/dorvy3transacted.h"
 #include "client/libppq.h"
 
+#include "tests/access/errorencodings.h"
 #include "tests/support/connectionhelpers.h"
 #include "tests/support/libpqcalls.h"
 #include "tests/support/pgcluster.h"
@@ -695,21 +696,7 @@ void tst_Dorvy3Transacted::errorOfFailedHandleIsReadAsCp1251()
 
 void tst_Dorvy3Transacted::errorOfLiveHandleFollowsClientEncoding_data()
 {
-    QTest::addColumn<QString>("database");
-    QTest::addColumn<QString>("options");
-    QTest::addColumn<QByteArray>("sql");
-    QTest::newRow("UTF8") << QStringLiteral("postgres") << QString()
-                          << QByteArray("SELECT \"\xD0\xA9\xD0\xB8\"");
-    QTest::newRow("WIN1251") << QStringLiteral("db_win1251") << QString()
-                             << QByteArray("SELECT \"\xD9\xE8\"");
-    QTest::newRow("WIN1251 read as KOI8R")
-        << QStringLiteral("db_win1251") << QStringLiteral(" client_encoding=KOI8R")
-        << QByteArray("SELECT \"\xFD\xC9\"");
-    QTest::newRow("WIN1251 read as WIN866, which is CP866")
-        << QStringLiteral("db_win1251") << QStringLiteral(" client_encoding=WIN866")
-        << QByteArray("SELECT \"\x99\xA8\"");
-    QTest::newRow("SQL_ASCII is CP1251 whatever the locale")
-        << QStringLiteral("db_sql_ascii") << QString() << QByteArray("SELECT \"\xD9\xE8\"");
+    addEncodingsOfErrors();
 }
 
 void tst_Dorvy3Transacted::errorOfLiveHandleFollowsClientEncoding()
@@ -718,7 +705,8 @@ void tst_Dorvy3Transacted::errorOfLiveHandleFollowsClientEncoding()
     QFETCH(QString, options);
     QFETCH(QByteArray, sql);
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
-    const ConnectionPtr connection = pool->get(key(database) + options, QString(), nullptr);
+    const ConnectionPtr connection =
+        pool->get(key(database) + QLatin1Char(' ') + options, QString(), nullptr);
     QVERIFY(connection);
     QVERIFY(!run(connection, sql.constData()));
     const QSqlError error =

@@ -9,6 +9,7 @@
 #include "access/dorvy3.h"
 #include "driver/dorvydriver.h"
 #include "driver/dorvydriver_p.h"
+#include "tests/driver/opendriver.h"
 #include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/testaccess.h"
@@ -19,16 +20,6 @@
 
 #include <algorithm>
 #include <memory>
-
-// The driver with its private half in the open.
-class OpenDriver : public DorvyDriver
-{
-public:
-    using DorvyDriver::DorvyDriver;
-    using DorvyDriver::setLastError;
-
-    DorvyDriverPrivate &half() { return *static_cast<DorvyDriverPrivate *>(d_ptr.data()); }
-};
 
 /*! One that believes itself closed, whatever the connection is. */
 class ShutDriver : public DorvyDriver
@@ -60,6 +51,15 @@ public:
             cluster.run(QString::fromUtf8(command), name);
         }
     }
+
+    /*! The database few(): a table and a view each in the schemas "public" and "acc". */
+    void createFew()
+    {
+        createDatabase(few(),
+                       {"CREATE SCHEMA acc", "CREATE TABLE t (a int)", "CREATE TABLE acc.u (a int)",
+                        "CREATE VIEW v AS SELECT 1 AS a", "CREATE VIEW acc.w AS SELECT 1 AS a"});
+    }
+    static QString few() { return QStringLiteral("few"); }
 
     /*! Opens \a target through the proxy. \a options come behind those that let the proxy read. */
     bool open(DorvyDriver &target, const QString &database,

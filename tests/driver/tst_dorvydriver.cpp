@@ -8,6 +8,8 @@
 #include "driver/dorvydriver_p.h"
 #include "driver/dorvyresult.h"
 #include "driver/dorvyresult_p.h"
+#include "tests/driver/opendriver.h"
+#include "tests/driver/openresult.h"
 #include "tests/support/dorvydatabase.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/someerror.h"
@@ -28,36 +30,6 @@
 #include <type_traits>
 
 namespace {
-
-// The driver with its private half in the open.
-class OpenDriver : public DorvyDriver
-{
-public:
-    using DorvyDriver::DorvyDriver;
-    using DorvyDriver::setLastError;
-    using DorvyDriver::setOpen;
-    using DorvyDriver::setOpenError;
-
-    DorvyDriverPrivate &half() { return *static_cast<DorvyDriverPrivate *>(d_ptr.data()); }
-};
-
-// A result of the driver with what Qt alone calls in the open.
-class OpenResult : public DorvyResult
-{
-public:
-    using DorvyResult::DorvyResult;
-    using DorvyResult::exec;
-    using DorvyResult::fetchFirst;
-    using DorvyResult::fetchNext;
-    using DorvyResult::prepare;
-    using DorvyResult::record;
-    using DorvyResult::reset;
-    using DorvyResult::size;
-    using QSqlResult::isActive;
-    using QSqlResult::lastError;
-
-    qint64 address() const { return reinterpret_cast<qint64>(d_ptr); }
-};
 
 QString applicationOptions(const char *name)
 {

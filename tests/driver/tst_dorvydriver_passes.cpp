@@ -39,11 +39,6 @@ QString viewsText()
                           "(pg_namespace.nspname != 'information_schema') ");
 }
 
-QString few()
-{
-    return QStringLiteral("few");
-}
-
 // Counts the results that it makes.
 class CountingDriver : public DorvyDriver
 {
@@ -105,9 +100,7 @@ private:
 void tst_DorvyDriverPasses::initTestCase()
 {
     QVERIFY2(server.start(), qPrintable(server.cluster.why()));
-    server.createDatabase(few(), {"CREATE SCHEMA acc", "CREATE TABLE t (a int)",
-                                  "CREATE TABLE acc.u (a int)", "CREATE VIEW v AS SELECT 1 AS a",
-                                  "CREATE VIEW acc.w AS SELECT 1 AS a"});
+    server.createFew();
     createShadowed();
 }
 
@@ -171,7 +164,7 @@ void tst_DorvyDriverPasses::flagsChooseThePasses()
     QStringList names;
     QStringList texts;
     if (system) {
-        names += systemTables(server.cluster, few());
+        names += systemTables(server.cluster, server.few());
         texts += systemText();
     }
     if (tables) {
@@ -182,7 +175,7 @@ void tst_DorvyDriverPasses::flagsChooseThePasses()
         names += lines({"acc.w", "v"});
         texts += viewsText();
     }
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     QStringList listed = this->tables(type);
     // The passes come in this order, the names of one pass in any.
     int at = listed.size();
@@ -263,7 +256,7 @@ void tst_DorvyDriverPasses::manySystemTablesComeInPages()
 
 void tst_DorvyDriverPasses::roadOfAPass()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     QCOMPARE(sorted(tables(QSql::Views)), lines({"acc.w", "v"}));
     const int borrowed = server.own + 1;
     const QStringList parse{QStringLiteral("> Parse S1 \"") + viewsText() + QStringLiteral("\" 0")};
@@ -289,7 +282,7 @@ void tst_DorvyDriverPasses::roadOfAPass()
 void tst_DorvyDriverPasses::passesShareOneResult()
 {
     CountingDriver counting(QSharedPointer<Dorvy3Transacted>::create());
-    QVERIFY_SQL(counting, server.open(counting, few()));
+    QVERIFY_SQL(counting, server.open(counting, server.few()));
     QCOMPARE(sorted(counting.tables(QSql::TableType(QSql::Tables | QSql::Views))),
              lines({"acc.u", "acc.w", "t", "v"}));
     QCOMPARE(counting.results, 1);
@@ -299,7 +292,7 @@ void tst_DorvyDriverPasses::passesShareOneResult()
 
 void tst_DorvyDriverPasses::passesShareTheBorrowedConnection()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     tables(QSql::AllTables);
     QCOMPARE(server.proxy->connectionCount(), server.own + 1);
     QCOMPARE(server.linesWith({"> Query"}, server.own + 1),
@@ -315,7 +308,7 @@ void tst_DorvyDriverPasses::passesShareTheBorrowedConnection()
 
 void tst_DorvyDriverPasses::nothingIsLeftOnTheServer()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     tables(QSql::AllTables);
     QCOMPARE(server.spares().size(), 1);
     VERIFY_NOTHING_LEFT(server);
@@ -323,7 +316,7 @@ void tst_DorvyDriverPasses::nothingIsLeftOnTheServer()
 
 void tst_DorvyDriverPasses::halfReadQueryGoesOn()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     QSqlQuery query(server.driver->createResult());
     QVERIFY_SQL(query, query.exec(QStringLiteral("SELECT generate_series(1, 300)")));
     QVERIFY(query.next());
@@ -341,7 +334,7 @@ void tst_DorvyDriverPasses::halfReadQueryGoesOn()
 
 void tst_DorvyDriverPasses::openTransactionGoesOn()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     QVERIFY_SQL(*server.driver, server.driver->beginTransaction());
     server.proxy->clear();
     tables(QSql::Tables);
@@ -361,7 +354,7 @@ void tst_DorvyDriverPasses::openTransactionGoesOn()
 
 void tst_DorvyDriverPasses::failedTransactionListsNothing()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     QVERIFY_SQL(*server.driver, server.driver->beginTransaction());
     QVERIFY(!server.execute(QStringLiteral("nonsense")));
     QCOMPARE(tables(QSql::AllTables), QStringList());
@@ -371,7 +364,7 @@ void tst_DorvyDriverPasses::failedTransactionListsNothing()
 
 void tst_DorvyDriverPasses::failedTransactionOfTheReaderListsNothing()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     {
         QSqlQuery failed(server.driver->createResult());
         QVERIFY_SQL(failed, failed.prepare(QStringLiteral("SELECT 1 / ?::int")));
@@ -421,7 +414,7 @@ void tst_DorvyDriverPasses::laterPassListsAfterAFailedOne()
 void tst_DorvyDriverPasses::noSecondConnectionListsNothing()
 {
     server.cluster.run(QStringLiteral("CREATE ROLE lonely LOGIN CONNECTION LIMIT 1"));
-    QVERIFY_SQL(*server.driver, server.openDriver(few(), QStringLiteral("lonely")));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few(), QStringLiteral("lonely")));
     QCOMPARE(tables(QSql::AllTables), QStringList());
     QCOMPARE(server.linesWith({"Startup"}).size(), 3); // one attempt in each pass
     QVERIFY(server.driver->isOpen());
@@ -429,7 +422,7 @@ void tst_DorvyDriverPasses::noSecondConnectionListsNothing()
 
 void tst_DorvyDriverPasses::lostConnectionListsNothing()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     server.proxy->cut();
     QVERIFY(server.driver->isOpen()); // which nobody has noticed yet
     server.driver->setLastError(someError());
@@ -441,7 +434,7 @@ void tst_DorvyDriverPasses::lostConnectionListsNothing()
 void tst_DorvyDriverPasses::closedDriverSendsNothing()
 {
     MessageCounter messages;
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     OpenDriver fresh(server.pool);
     QCOMPARE(fresh.tables(QSql::AllTables), QStringList());
     QCOMPARE(tables(QSql::Tables).size(), 2); // which leaves a spare connection
@@ -461,7 +454,7 @@ void tst_DorvyDriverPasses::driverIsAskedWhetherItIsOpen()
 {
     MessageCounter messages;
     ShutDriver shut(QSharedPointer<Dorvy3Transacted>::create());
-    QVERIFY_SQL(shut, server.open(shut, few()));
+    QVERIFY_SQL(shut, server.open(shut, server.few()));
     server.proxy->clear();
     QCOMPARE(shut.tables(QSql::AllTables), QStringList());
     QCOMPARE(server.proxy->conversation(), QStringList());

@@ -13,11 +13,6 @@
 
 namespace {
 
-QString few()
-{
-    return QStringLiteral("few");
-}
-
 QString kinds()
 {
     return QStringLiteral("kinds");
@@ -57,9 +52,7 @@ private:
 void tst_DorvyDriverTables::initTestCase()
 {
     QVERIFY2(server.start(), qPrintable(server.cluster.why()));
-    server.createDatabase(few(), {"CREATE SCHEMA acc", "CREATE TABLE t (a int)",
-                                  "CREATE TABLE acc.u (a int)", "CREATE VIEW v AS SELECT 1 AS a",
-                                  "CREATE VIEW acc.w AS SELECT 1 AS a"});
+    server.createFew();
     createKinds();
 }
 
@@ -225,7 +218,7 @@ void tst_DorvyDriverTables::relationIsListedByItsKind()
 
 void tst_DorvyDriverTables::nothingOfTheInformationSchemaIsListed()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     const QStringList all = tables(QSql::AllTables);
     QVERIFY(all.filter(QStringLiteral("information_schema")).isEmpty());
     QVERIFY(!all.contains(QStringLiteral("sql_features"))); // a table of it
@@ -246,7 +239,7 @@ void tst_DorvyDriverTables::systemTablesAreListedOncePerSchema()
 
 void tst_DorvyDriverTables::temporaryTableCarriesItsSchema()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     QVERIFY(server.execute(QStringLiteral("CREATE TEMPORARY TABLE passing (a int)")));
     const QString schema =
         QString::fromUtf8(ask(server.ownConnection(),
@@ -274,7 +267,7 @@ void tst_DorvyDriverTables::namesComeInTheServersEncoding()
 
 void tst_DorvyDriverTables::uncommittedTableIsNotListed()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     QVERIFY_SQL(*server.driver, server.driver->beginTransaction());
     QVERIFY(server.execute(QStringLiteral("CREATE TABLE fresh (a int)")));
     QVERIFY(server.execute(QStringLiteral("CREATE VIEW fresher AS SELECT 1 AS a")));
@@ -291,7 +284,7 @@ void tst_DorvyDriverTables::uncommittedTableIsNotListed()
 
 void tst_DorvyDriverTables::lastErrorStays()
 {
-    QVERIFY_SQL(*server.driver, server.openDriver(few()));
+    QVERIFY_SQL(*server.driver, server.openDriver(server.few()));
     server.driver->setLastError(someError());
     QCOMPARE(tables(QSql::Tables).size(), 2);
     QCOMPARE(server.driver->lastError(), someError());
@@ -301,12 +294,12 @@ void tst_DorvyDriverTables::databaseListsThroughQt()
 {
     const QString name = QStringLiteral("throughqt");
     {
-        QSqlDatabase db = addDorvyDatabase(name, server.cluster, few());
+        QSqlDatabase db = addDorvyDatabase(name, server.cluster, server.few());
         QCOMPARE(db.tables(), QStringList());
         QVERIFY_SQL(db, db.open());
         QCOMPARE(sorted(db.tables()), lines({"acc.u", "t"})); // tables, unless told otherwise
         QCOMPARE(sorted(db.tables(QSql::Views)), lines({"acc.w", "v"}));
-        QCOMPARE(sorted(db.tables(QSql::SystemTables)), systemTables(server.cluster, few()));
+        QCOMPARE(sorted(db.tables(QSql::SystemTables)), systemTables(server.cluster, server.few()));
         VERIFY_NO_ERROR(db.lastError());
     }
     QSqlDatabase::removeDatabase(name);

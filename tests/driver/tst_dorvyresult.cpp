@@ -9,6 +9,7 @@
 #include "driver/dorvydriver_p.h"
 #include "driver/dorvyfield_p.h"
 #include "driver/dorvyresult_p.h"
+#include "tests/driver/openresult.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/someerror.h"
@@ -28,51 +29,6 @@
 Q_DECLARE_METATYPE(QVariant::Type)
 
 namespace {
-
-// A result with what Qt alone calls in the open.
-class OpenResult : public DorvyResult
-{
-public:
-    using DorvyResult::data;
-    using DorvyResult::detachFromResultSet;
-    using DorvyResult::DorvyResult;
-    using DorvyResult::exec;
-    using DorvyResult::execBatch;
-    using DorvyResult::fetch;
-    using DorvyResult::fetchFirst;
-    using DorvyResult::fetchLast;
-    using DorvyResult::fetchNext;
-    using DorvyResult::fetchPrevious;
-    using DorvyResult::isNull;
-    using DorvyResult::lastInsertId;
-    using DorvyResult::nextResult;
-    using DorvyResult::numRowsAffected;
-    using DorvyResult::prepare;
-    using DorvyResult::record;
-    using DorvyResult::reset;
-    using DorvyResult::savePrepare;
-    using DorvyResult::setActive;
-    using DorvyResult::setAt;
-    using DorvyResult::setForwardOnly;
-    using DorvyResult::setLastError;
-    using DorvyResult::setNumericalPrecisionPolicy;
-    using DorvyResult::setQuery;
-    using DorvyResult::setSelect;
-    using DorvyResult::size;
-    using DorvyResult::virtual_hook;
-    using QSqlResult::addBindValue;
-    using QSqlResult::at;
-    using QSqlResult::bindingSyntax;
-    using QSqlResult::bindValue;
-    using QSqlResult::boundValueCount;
-    using QSqlResult::driver;
-    using QSqlResult::isActive;
-    using QSqlResult::isSelect;
-    using QSqlResult::lastError;
-    using QSqlResult::PositionalBinding;
-
-    DorvyResultPrivate &half() { return *static_cast<DorvyResultPrivate *>(d_ptr); }
-};
 
 // Whether an operation is declared in Class and not in one of its bases.
 template<typename Class, typename Declaring, typename Signature>

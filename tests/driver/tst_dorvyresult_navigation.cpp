@@ -7,6 +7,7 @@
 #include "driver/dorvydriver_p.h"
 #include "driver/dorvyresult.h"
 #include "driver/dorvyresult_p.h"
+#include "tests/driver/openresult.h"
 #include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
 #include "tests/support/someerror.h"
@@ -22,35 +23,6 @@
 #include <memory>
 
 namespace {
-
-// A result with what Qt alone calls in the open.
-class OpenResult : public DorvyResult
-{
-public:
-    using DorvyResult::data;
-    using DorvyResult::detachFromResultSet;
-    using DorvyResult::DorvyResult;
-    using DorvyResult::exec;
-    using DorvyResult::fetch;
-    using DorvyResult::fetchFirst;
-    using DorvyResult::fetchLast;
-    using DorvyResult::fetchNext;
-    using DorvyResult::fetchPrevious;
-    using DorvyResult::lastInsertId;
-    using DorvyResult::numRowsAffected;
-    using DorvyResult::prepare;
-    using DorvyResult::record;
-    using DorvyResult::reset;
-    using DorvyResult::size;
-    using QSqlResult::at;
-    using QSqlResult::bindValue;
-    using QSqlResult::isActive;
-    using QSqlResult::lastError;
-    using QSqlResult::setAt;
-    using QSqlResult::setLastError;
-
-    DorvyResultPrivate &half() { return *static_cast<DorvyResultPrivate *>(d_ptr); }
-};
 
 QString series(int rows)
 {
