@@ -149,6 +149,7 @@ QString hlpDefaultValue(QString source)
     return source;
 }
 
+// From the values of hlpRecordText(), by their place in it.
 QSqlField hlpColumn(const QSqlQuery &query)
 {
     int length = query.value(3).toInt();
