@@ -1,28 +1,24 @@
 // SPDX-FileCopyrightText: 2026 the DORVY driver developers
 // SPDX-License-Identifier: MIT
 //
-// ScriptedServer: a peer that says what no real server would.
+// ScriptedServer: a peer that reports encodings of one's choice and refuses what one wants.
 #ifndef SCRIPTEDSERVER_H
 #define SCRIPTEDSERVER_H
 
-#include <QtCore/QByteArray>
+#include "tests/support/scriptedpeer.h"
+
 #include <QtCore/QHash>
 #include <QtCore/QList>
-#include <QtCore/QMutex>
-
-#include <atomic>
-#include <thread>
 
 /*!
     A peer that speaks just enough of the protocol to report encodings of one's choice and to refuse
-    commands that a real server never refuses. It serves one connection.
+    commands that a real server never refuses.
 */
 class ScriptedServer
 {
 public:
     /*! An empty encoding is not reported at all. */
     ScriptedServer(const QByteArray &serverEncoding, const QByteArray &clientEncoding);
-    ~ScriptedServer();
 
     /*! Answers \a sql with an error of that text from now on. */
     void refuse(const QByteArray &sql, const QByteArray &text)
@@ -37,31 +33,20 @@ public:
         return received;
     }
 
-    QByteArray conninfo() const
-    {
-        return "host=127.0.0.1 port=" + QByteArray::number(port) +
-               " user=u dbname=d sslmode=disable gssencmode=disable";
-    }
+    QByteArray conninfo() const { return peer.conninfo(); }
 
 private:
     Q_DISABLE_COPY(ScriptedServer)
 
-    void hlpServe();
-    QByteArray hlpRead(int count);
-    bool hlpAnswer();
-    void hlpSend(char type, const QByteArray &body);
-    void hlpReport(const QByteArray &name, const QByteArray &value);
+    void hlpServe(PeerLink &link);
+    QByteArray hlpAnswer(const QByteArray &sql, char *state);
 
-    QByteArray serverName;
-    QByteArray clientName;
-    char state; // of the transaction, as ReadyForQuery tells it
-    int port;
-    int listener;
-    std::atomic<int> client;
+    const QByteArray serverName;
+    const QByteArray clientName;
     mutable QMutex mutex; // guards refusals and received
     QHash<QByteArray, QByteArray> refusals;
     QList<QByteArray> received;
-    std::thread thread;
+    ScriptedPeer peer; // last: its threads use the rest
 };
 
 #endif // SCRIPTEDSERVER_H

@@ -1,0 +1,190 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// ScriptedPeer: a server that sends whatever bytes a test wants, whenever it wants.
+#include "tests/support/scriptedpeer.h"
+
+#include <QtCore/QMutexLocker>
+#include <QtCore/QtEndian>
+
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr quint32 SslRequest = 80877103;
+constexpr quint32 GssRequest = 80877104;
+
+quint32 hlpWord(const QByteArray &bytes)
+{
+    return bytes.size() < 4 ? 0 : qFromBigEndian<quint32>(bytes.constData());
+}
+
+} // namespace
+
+QByteArray PeerLink::hlpRead(int count)
+{
+    QByteArray bytes(count, '\0');
+    const ssize_t got =
+        count > 0 ? recv(descriptor, bytes.data(), static_cast<size_t>(count), MSG_WAITALL) : 0;
+    return got == count ? bytes : QByteArray();
+}
+
+QByteArray PeerLink::readUntyped()
+{
+    const QByteArray length = hlpRead(4);
+    return length.isEmpty() ? QByteArray() : hlpRead(static_cast<int>(hlpWord(length)) - 4);
+}
+
+PeerLink::Message PeerLink::read()
+{
+    const QByteArray header = hlpRead(5);
+    if (header.isEmpty()) {
+        return {'\0', QByteArray()};
+    }
+    body = hlpRead(static_cast<int>(hlpWord(header.mid(1))) - 4);
+    return {header.at(0), body};
+}
+
+QByteArray PeerLink::readRequest()
+{
+    QByteArray types;
+    do {
+        const char type = read().type;
+        if (!type) {
+            return QByteArray();
+        }
+        types += type;
+    } while (!QByteArray("SQHX").contains(types.at(types.size() - 1)));
+    return types;
+}
+
+void PeerLink::send(const QByteArray &bytes)
+{
+    int sent = 0;
+    while (sent < bytes.size()) {
+        const ssize_t count = ::send(descriptor, bytes.constData() + sent,
+                                     static_cast<size_t>(bytes.size() - sent), MSG_NOSIGNAL);
+        if (count <= 0) {
+            return; // the client has gone, which the next read tells
+        }
+        sent += static_cast<int>(count);
+    }
+}
+
+void PeerLink::sendInPieces(const QByteArray &bytes, int size)
+{
+    for (int at = 0; at < bytes.size(); at += size) {
+        send(bytes.mid(at, size));
+    }
+}
+
+bool PeerLink::greet()
+{
+    QByteArray startup = readUntyped();
+    while (hlpWord(startup) == SslRequest || hlpWord(startup) == GssRequest) {
+        send("N");
+        startup = readUntyped();
+    }
+    if (startup.isEmpty()) {
+        return false;
+    }
+    send(ServerMessage::authenticationOk() +
+         ServerMessage::parameterStatus("server_encoding", "UTF8") +
+         ServerMessage::parameterStatus("client_encoding", "UTF8") +
+         ServerMessage::backendKeyData(linkNumber, 1) + ServerMessage::readyForQuery('I'));
+    return true;
+}
+
+void PeerLink::hangUp()
+{
+    shutdown(descriptor, SHUT_RDWR);
+}
+
+void PeerLink::reset()
+{
+    const linger none = {1, 0};
+    setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &none, sizeof(none));
+    const int other = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    dup2(other, descriptor); // closes the connection and keeps the number ours
+    ::close(other);
+}
+
+void PeerLink::awaitEnd()
+{
+    while (!hlpRead(1).isEmpty()) {}
+}
+
+ScriptedPeer::ScriptedPeer(const Script &peerScript)
+    : script(peerScript)
+    , listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    , listenPort(0)
+    , ending(false)
+{
+    hlpListen();
+    thread = std::thread(&ScriptedPeer::hlpServe, this);
+}
+
+void ScriptedPeer::hlpListen()
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
+        listen(listener, SOMAXCONN) != 0 ||
+        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
+        qFatal("the scripted peer cannot listen");
+    }
+    listenPort = ntohs(address.sin_port);
+}
+
+ScriptedPeer::~ScriptedPeer()
+{
+    shutdown(listener, SHUT_RDWR);
+    {
+        const QMutexLocker locker(&mutex);
+        ending = true;
+        for (PeerLink &link : links) {
+            link.hangUp();
+        }
+    }
+    thread.join();
+    for (std::thread &running : scripts) {
+        running.join();
+    }
+    for (const PeerLink &link : links) {
+        ::close(link.descriptor);
+    }
+    ::close(listener);
+}
+
+QByteArray ScriptedPeer::conninfo() const
+{
+    return "host=127.0.0.1 port=" + QByteArray::number(listenPort) +
+           " user=u dbname=d sslmode=disable gssencmode=disable";
+}
+
+void ScriptedPeer::hlpServe()
+{
+    int client = -1;
+    while ((client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
+        const int on = 1;
+        setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)); // pieces stay pieces
+        const QMutexLocker locker(&mutex);
+        links.push_back(PeerLink(client, static_cast<int>(links.size()) + 1));
+        if (ending) {
+            links.back().hangUp();
+        }
+        scripts.emplace_back(&ScriptedPeer::hlpRun, this, std::ref(links.back()));
+    }
+}
+
+void ScriptedPeer::hlpRun(PeerLink &link)
+{
+    script(link);
+    const QMutexLocker locker(&mutex);
+    link.hangUp();
+}
