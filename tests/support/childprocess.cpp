@@ -20,6 +20,20 @@ namespace {
 
 constexpr unsigned LimitSeconds = 60;
 
+#ifdef DORVY_COVERAGE
+extern "C" void __gcov_dump(); // NOLINT: gcov's own name
+
+// A process that is ended by a signal, or by _exit, writes no counts of its own accord.
+void hlpDumpCoverage()
+{
+    __gcov_dump();
+}
+#else
+void hlpDumpCoverage()
+{
+}
+#endif
+
 int fatalDescriptor = -1;
 
 const char *hlpOrNull(const char *text)
@@ -44,6 +58,7 @@ void hlpHandleMessage(QtMsgType type, const QMessageLogContext &context, const Q
                              hlpOrNull(context.file) + ' ' + QByteArray::number(context.line) +
                              ' ' + hlpOrNull(context.function);
     hlpWriteAll(fatalDescriptor, where + '\n' + message.toUtf8());
+    hlpDumpCoverage(); // abort() comes next
 }
 
 [[noreturn]] void hlpRunChild(const std::function<void()> &code, int fatal, int output)
@@ -61,6 +76,7 @@ void hlpHandleMessage(QtMsgType type, const QMessageLogContext &context, const Q
     qInstallMessageHandler(hlpHandleMessage);
     code();
     std::fflush(nullptr);
+    hlpDumpCoverage();
     _exit(EXIT_SUCCESS);
 }
 
