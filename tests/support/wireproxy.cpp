@@ -103,7 +103,11 @@ void WireProxy::clear()
 QVector<WireMessage> WireProxy::messages() const
 {
     const QMutexLocker locker(&mutex);
-    return recorded;
+    // Not shared with the reader: Qt looks at a reference count without a barrier, so it would not
+    // order the end of the reading before the next record.
+    QVector<WireMessage> copy = recorded;
+    copy.detach();
+    return copy;
 }
 
 QStringList WireProxy::conversation() const
@@ -185,6 +189,7 @@ void WireProxy::hlpStep()
         descriptors.push_back({link.replies.ended ? -1 : link.server, POLLIN, 0});
     }
     poll(descriptors.data(), descriptors.size(), StepMsec);
+    const bool cutting = cutWanted; // one that is asked for further down is the next step's
     for (int i = 0; i < links.size(); ++i) {
         Link &link = links[i];
         const auto at = static_cast<size_t>(2 * i + 1);
@@ -197,14 +202,16 @@ void WireProxy::hlpStep()
         hlpPass(link.requests, link.server, requestsHeld);
         hlpPass(link.replies, link.client, repliesHeld);
         const bool repliesDone = link.replies.ended && link.replies.waiting.isEmpty();
-        if (repliesDone || (link.requests.ended && link.requests.waiting.isEmpty()) || cutWanted) {
+        if (repliesDone || (link.requests.ended && link.requests.waiting.isEmpty()) || cutting) {
             hlpDrop(link);
         }
     }
     links.erase(std::remove_if(links.begin(), links.end(),
                                [](const Link &link) { return link.client < 0; }),
                 links.end());
-    cutWanted = false;
+    if (cutting) {
+        cutWanted = false;
+    }
     if (descriptors.front().revents) {
         hlpAccept();
     }
