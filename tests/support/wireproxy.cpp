@@ -10,6 +10,7 @@
 #include <QtCore/QThread>
 #include <QtCore/QtEndian>
 
+#include <utility>
 #include <vector>
 
 #include <arpa/inet.h>
@@ -54,6 +55,12 @@ int hlpConnect(const QByteArray &path)
     return descriptor;
 }
 
+bool hlpIsReadable(int descriptor)
+{
+    pollfd one{descriptor, POLLIN, 0};
+    return poll(&one, 1, 0) > 0;
+}
+
 quint32 hlpLength(const QByteArray &bytes, int at)
 {
     return qFromBigEndian<quint32>(bytes.constData() + at);
@@ -66,6 +73,7 @@ WireProxy::WireProxy(const QString &serverSocketDir, int serverPort)
     , listener(-1)
     , listenPort(0)
     , connections(0)
+    , hookCalled(false)
     , repliesHeld(false)
     , requestsHeld(false)
     , cutWanted(false)
@@ -166,6 +174,40 @@ int WireProxy::connectionCount() const
     return connections;
 }
 
+void WireProxy::onLine(const QString &start, const std::function<void()> &action)
+{
+    hlpHook(start, [action](Link & /*link*/) { action(); });
+}
+
+void WireProxy::cutReply(const QString &start, int bytes)
+{
+    hlpHook(start, [bytes](Link &link) { link.replyBytes = bytes; });
+}
+
+void WireProxy::hlpHook(const QString &start, const std::function<void(Link &)> &call)
+{
+    const QMutexLocker locker(&mutex);
+    hook = {start, call, WireWords()};
+}
+
+bool WireProxy::waitUntilBroken(int connection, int msec) const
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (true) {
+        {
+            const QMutexLocker locker(&mutex);
+            if (!linked.contains(connection)) {
+                return true;
+            }
+        }
+        if (timer.elapsed() > msec) {
+            return false;
+        }
+        QThread::msleep(StepMsec);
+    }
+}
+
 void WireProxy::cut()
 {
     cutWanted = true;
@@ -197,7 +239,7 @@ void WireProxy::hlpStep()
             link.requests.ended = !hlpRead(link, true);
         }
         if (descriptors[at + 1].revents) {
-            link.replies.ended = !hlpRead(link, false);
+            link.replies.ended = !hlpReadReplies(link);
         }
         hlpPass(link.requests, link.server, requestsHeld);
         hlpPass(link.replies, link.client, repliesHeld);
@@ -231,6 +273,7 @@ void WireProxy::hlpAccept()
     {
         const QMutexLocker locker(&mutex);
         link.number = ++connections;
+        linked.insert(link.number);
     }
     links.append(link);
     if (link.server < 0) {
@@ -251,7 +294,18 @@ bool WireProxy::hlpRead(Link &link, bool fromClient)
     if (!fromClient || link.started || hlpRecordStartup(link)) {
         hlpRecord(link, fromClient);
     }
-    return true;
+    return !direction.ended;
+}
+
+// A server that a hook has ended has said its last words when the hook returns.
+bool WireProxy::hlpReadReplies(Link &link)
+{
+    hookCalled = false;
+    bool more = hlpRead(link, false);
+    while (more && hookCalled && hlpIsReadable(link.server)) {
+        more = hlpRead(link, false);
+    }
+    return more;
 }
 
 // The first messages of a client have no type byte; requests for encryption are refused here.
@@ -270,8 +324,7 @@ bool WireProxy::hlpRecordStartup(Link &link)
             link.replies.waiting.append('N');
             continue;
         }
-        const QMutexLocker locker(&mutex);
-        recorded.append({link.number, true, '\0', message.mid(4), requests.chunks});
+        hlpRecordMessage(link, {link.number, true, '\0', message.mid(4), requests.chunks});
         requests.waiting.append(message);
         link.started = true;
         return true;
@@ -289,13 +342,45 @@ void WireProxy::hlpRecord(Link &link, bool fromClient)
             break;
         }
         const int size = static_cast<int>(length) + 1;
-        const QMutexLocker locker(&mutex);
-        recorded.append({link.number, fromClient, direction.partial.at(at),
-                         direction.partial.mid(at + 5, size - 5), direction.chunks});
+        hlpRecordMessage(link, {link.number, fromClient, direction.partial.at(at),
+                                direction.partial.mid(at + 5, size - 5), direction.chunks});
         at += size;
     }
-    direction.waiting.append(direction.partial.left(at));
+    QByteArray whole = direction.partial.left(at);
     direction.partial.remove(0, at);
+    if (!fromClient) {
+        hlpCut(link, whole);
+    }
+    direction.waiting.append(whole);
+}
+
+void WireProxy::hlpRecordMessage(Link &link, const WireMessage &message)
+{
+    const Hook found = hlpTakeHook(message);
+    if (found.call) {
+        hookCalled = true;
+        found.call(link); // may set the next hook
+    }
+}
+
+// Records the message; the hook that waited for it, or an empty one.
+WireProxy::Hook WireProxy::hlpTakeHook(const WireMessage &message)
+{
+    const QMutexLocker locker(&mutex);
+    recorded.append(message);
+    const bool found = !hook.start.isEmpty() && hook.words.line(message).startsWith(hook.start);
+    return found ? std::exchange(hook, Hook()) : Hook();
+}
+
+// Takes off what is beyond the last byte that may pass, and ends the replies there.
+void WireProxy::hlpCut(Link &link, QByteArray &bytes)
+{
+    if (link.replyBytes < 0) {
+        return;
+    }
+    link.replies.ended = bytes.size() > link.replyBytes;
+    bytes.truncate(link.replyBytes);
+    link.replyBytes -= bytes.size();
 }
 
 void WireProxy::hlpPass(Direction &direction, int to, bool held)
@@ -309,8 +394,7 @@ void WireProxy::hlpPass(Direction &direction, int to, bool held)
     if (count > 0) {
         direction.waiting.remove(0, static_cast<int>(count));
     } else if (errno != EAGAIN && errno != EWOULDBLOCK) {
-        direction.ended = true;
-        direction.waiting.clear();
+        direction.waiting.clear(); // the peer's end shows where it is read, behind its last words
     }
 }
 
@@ -324,4 +408,6 @@ void WireProxy::hlpDrop(Link &link)
     }
     link.client = -1;
     link.server = -1;
+    const QMutexLocker locker(&mutex);
+    linked.remove(link.number);
 }

@@ -8,6 +8,7 @@
 #include "tests/support/wiremessage.h"
 
 #include <QtCore/QMutex>
+#include <QtCore/QSet>
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
 
@@ -57,6 +58,24 @@ public:
     /*! While on, the client's bytes are not passed on; new connections stay without an answer. */
     void holdRequests(bool hold) { requestsHeld = hold; }
 
+    /*!
+        Calls \a action once, when a message comes whose line begins with \a start, such as
+        "2> Execute"; the driver's names count from this call on. That is on the proxy's thread and
+        before the message is passed on: nothing flows as long as \a action runs. What the server
+        has said by the end of it goes along with a message of the server's. Takes the place of an
+        earlier onLine() or cutReply() that has not found its message.
+    */
+    void onLine(const QString &start, const std::function<void()> &action);
+
+    /*!
+        Of the reply to the message that \a start finds as for onLine(), passes on \a bytes and
+        breaks the connection at the next one.
+    */
+    void cutReply(const QString &start, int bytes);
+
+    /*! Waits until \a connection has been broken, by either side or by the proxy. */
+    bool waitUntilBroken(int connection, int msec = 5000) const;
+
     /*! Breaks every connection there is. */
     void cut();
 
@@ -77,16 +96,29 @@ private:
         int client = -1;
         int server = -1;
         bool started = false; // the startup message has come
+        int replyBytes = -1;  // how many of the server's are passed on yet; -1 is all
         Direction requests;
         Direction replies;
+    };
+
+    struct Hook
+    {
+        QString start; // of the line that it waits for; empty when there is none
+        std::function<void(Link &)> call;
+        WireWords words;
     };
 
     void hlpServe();
     void hlpAccept();
     bool hlpRead(Link &link, bool fromClient);
+    bool hlpReadReplies(Link &link);
     void hlpRecord(Link &link, bool fromClient);
+    void hlpRecordMessage(Link &link, const WireMessage &message);
+    void hlpHook(const QString &start, const std::function<void(Link &)> &call);
+    Hook hlpTakeHook(const WireMessage &message);
     bool hlpRecordStartup(Link &link);
     void hlpPass(Direction &direction, int to, bool held);
+    void hlpCut(Link &link, QByteArray &bytes);
     void hlpDrop(Link &link);
     void hlpStep();
 
@@ -95,8 +127,11 @@ private:
     int listenPort;
     int connections;
     QList<Link> links;    // the proxy's thread alone
-    mutable QMutex mutex; // guards recorded and connections
+    bool hookCalled;      // likewise: while a chunk was read
+    mutable QMutex mutex; // guards recorded, connections, linked and hook
     QVector<WireMessage> recorded;
+    QSet<int> linked; // the connections that stand
+    Hook hook;
     std::atomic<bool> repliesHeld;
     std::atomic<bool> requestsHeld;
     std::atomic<bool> cutWanted;
