@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The plugin in processes that know nothing of it: loaded, used, unloaded, outlived.
-#include "certificate.h"
+#include "tests/support/certificate.h"
 #include "tests/support/pgcluster.h"
 
 #include <QtCore/QFile>
@@ -16,7 +16,6 @@
 #include <memory>
 
 #include <dlfcn.h>
-#include <unistd.h>
 
 namespace {
 
@@ -78,23 +77,11 @@ void tst_Load::initTestCase()
     QVERIFY2(cluster.start(), qPrintable(cluster.why()));
     // TLS, which leaves handlers for the end of a thread behind.
     const Certificate made = makeSelfSigned();
-    const QString data = cluster.socketDir() + QStringLiteral("/data/");
-    const QFileInfo owner(data + QStringLiteral("PG_VERSION"));
-    for (const auto &part : {qMakePair(QStringLiteral("server.crt"), made.certificate),
-                             qMakePair(QStringLiteral("server.key"), made.key)}) {
-        QFile file(data + part.first);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(part.second);
-        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-        if (geteuid() == 0) {
-            QCOMPARE(chown(QFile::encodeName(file.fileName()).constData(), owner.ownerId(),
-                           owner.groupId()),
-                     0);
-        }
-    }
+    cluster.writeFile(QStringLiteral("server.crt"), made.certificate);
+    cluster.writeFile(QStringLiteral("server.key"), made.key);
     cluster.run(QStringLiteral("ALTER SYSTEM SET ssl = on"));
-    cluster.run(QStringLiteral("SELECT pg_reload_conf()"));
-    QTRY_COMPARE(cluster.value(QStringLiteral("SHOW ssl")), QStringLiteral("on"));
+    cluster.reload();
+    QCOMPARE(cluster.value(QStringLiteral("SHOW ssl")), QStringLiteral("on"));
 }
 
 QString tst_Load::run(const char *host, const QStringList &arguments,

@@ -9,6 +9,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QThread>
 
 #include <memory>
@@ -16,6 +17,7 @@
 #include <arpa/inet.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -50,10 +52,10 @@ QString hlpBinDir()
     return chosen.isEmpty() ? QStringLiteral(DORVY_PG_BINDIR) : QString::fromLocal8Bit(chosen);
 }
 
-bool hlpWrite(const QString &path, const QString &text, QIODevice::OpenMode mode)
+bool hlpWrite(const QString &path, const QByteArray &bytes, QIODevice::OpenMode mode)
 {
     QFile file(path);
-    return file.open(mode) && file.write(text.toUtf8()) >= 0;
+    return file.open(mode) && file.write(bytes) == bytes.size();
 }
 
 } // namespace
@@ -126,13 +128,13 @@ bool PgCluster::hlpConfigure(const QStringList &settings) const
                       QStringLiteral("lc_messages = 'C'"),
                       QStringLiteral("timezone = 'UTC'")};
     lines += settings;
-    const QString access = QStringLiteral("local all +passworded scram-sha-256\n"
-                                          "host all +passworded 127.0.0.1/32 scram-sha-256\n"
-                                          "local all all trust\n"
-                                          "host all all 127.0.0.1/32 trust\n");
+    const QByteArray access = "local all +passworded scram-sha-256\n"
+                              "host all +passworded 127.0.0.1/32 scram-sha-256\n"
+                              "local all all trust\n"
+                              "host all all 127.0.0.1/32 trust\n";
     const QString data = folder + QStringLiteral("/data/");
     return hlpWrite(data + QStringLiteral("postgresql.conf"),
-                    lines.join(QLatin1Char('\n')) + QLatin1Char('\n'),
+                    lines.join(QLatin1Char('\n')).toUtf8() + '\n',
                     QIODevice::WriteOnly | QIODevice::Append) &&
            hlpWrite(data + QStringLiteral("pg_hba.conf"), access, QIODevice::WriteOnly);
 }
@@ -239,6 +241,32 @@ void PgCluster::terminate(int pid) const
     QElapsedTimer timer;
     timer.start();
     while (kill(pid, 0) == 0 && timer.elapsed() < StartMsec) {
+        QThread::msleep(PollMsec);
+    }
+}
+
+void PgCluster::writeFile(const QString &name, const QByteArray &bytes) const
+{
+    const QString data = folder + QStringLiteral("/data/");
+    const QFileInfo owner(data + QStringLiteral("PG_VERSION"));
+    const QByteArray path = QFile::encodeName(data + name);
+    if (!hlpWrite(data + name, bytes, QIODevice::WriteOnly) || chmod(path.constData(), 0600) != 0 ||
+        chown(path.constData(), owner.ownerId(), owner.groupId()) != 0) {
+        qFatal("cannot write %s", path.constData());
+    }
+}
+
+void PgCluster::reload() const
+{
+    const QString loadTime = QStringLiteral("SELECT pg_conf_load_time()");
+    const QString before = value(loadTime);
+    run(QStringLiteral("SELECT pg_reload_conf()"));
+    QElapsedTimer timer;
+    timer.start();
+    while (value(loadTime) == before) {
+        if (timer.elapsed() > StartMsec) {
+            qFatal("the server does not read its configuration");
+        }
         QThread::msleep(PollMsec);
     }
 }

@@ -70,6 +70,18 @@ public:
     /*! Ends the backend \a pid and waits until its process, and so its socket, is gone. */
     void terminate(int pid) const;
 
+    /*!
+        Writes the file \a name of the data folder, for the server's user alone to read. A failure
+        stops the test program.
+    */
+    void writeFile(const QString &name, const QByteArray &bytes) const;
+
+    /*!
+        Lets the server read its configuration again, which is in force when this returns: for all
+        that connect from then on.
+    */
+    void reload() const;
+
     /*! Lines of the server's log. */
     QStringList log() const;
 

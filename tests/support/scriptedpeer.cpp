@@ -9,6 +9,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,6 +21,33 @@ constexpr quint32 GssRequest = 80877104;
 quint32 hlpWord(const QByteArray &bytes)
 {
     return bytes.size() < 4 ? 0 : qFromBigEndian<quint32>(bytes.constData());
+}
+
+int hlpConnect(int port)
+{
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<quint16>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
+        qFatal("the peer cannot connect to the server");
+    }
+    return descriptor;
+}
+
+// What has come from either goes to the other. False: one of them has gone.
+bool hlpPass(int one, int other)
+{
+    pollfd ends[] = {{one, POLLIN, 0}, {other, POLLIN, 0}};
+    if (poll(ends, 2, -1) < 0) {
+        return false;
+    }
+    const bool first = ends[0].revents != 0;
+    char bytes[4096];
+    const ssize_t count = recv(first ? one : other, bytes, sizeof(bytes), 0);
+    return count > 0 &&
+           ::send(first ? other : one, bytes, static_cast<size_t>(count), MSG_NOSIGNAL) == count;
 }
 
 } // namespace
@@ -83,12 +111,12 @@ void PeerLink::sendInPieces(const QByteArray &bytes, int size)
 
 bool PeerLink::greet()
 {
-    QByteArray startup = readUntyped();
-    while (hlpWord(startup) == SslRequest || hlpWord(startup) == GssRequest) {
+    startupBody = readUntyped();
+    while (hlpWord(startupBody) == SslRequest || hlpWord(startupBody) == GssRequest) {
         send("N");
-        startup = readUntyped();
+        startupBody = readUntyped();
     }
-    if (startup.isEmpty()) {
+    if (startupBody.isEmpty()) {
         return false;
     }
     send(ServerMessage::authenticationOk() +
@@ -96,6 +124,24 @@ bool PeerLink::greet()
          ServerMessage::parameterStatus("client_encoding", "UTF8") +
          ServerMessage::backendKeyData(linkNumber, 1) + ServerMessage::readyForQuery('I'));
     return true;
+}
+
+void PeerLink::serveCommands()
+{
+    while (readRequest() == "Q") {
+        send(ServerMessage::commandComplete("OK") + ServerMessage::readyForQuery('I'));
+    }
+}
+
+void PeerLink::relayTls(int port, const QByteArray &injected)
+{
+    PeerLink server(hlpConnect(port), 0);
+    server.send(QByteArray::fromHex("0000000804d2162f")); // request for TLS
+    if (!readUntyped().isEmpty()) {
+        send(server.hlpRead(1) + injected);
+        while (hlpPass(descriptor, server.descriptor)) {}
+    }
+    ::close(server.descriptor);
 }
 
 void PeerLink::hangUp()

@@ -53,6 +53,18 @@ public:
     */
     bool greet();
 
+    /*! The startup message that greet() has taken, without its length. */
+    QByteArray startup() const { return startupBody; }
+
+    /*! Answers each command as done until the client goes. */
+    void serveCommands();
+
+    /*!
+        A man in the middle: takes the request for TLS to the server at \a port of loopback, brings
+        its answer back with \a injected in the same write, and passes on what either says then.
+    */
+    void relayTls(int port, const QByteArray &injected = QByteArray());
+
     /*! Ends the connection in order (the client reads what was sent) or by a reset. */
     void hangUp();
     void reset();
@@ -73,6 +85,7 @@ private:
     int descriptor;
     int linkNumber;
     QByteArray body;
+    QByteArray startupBody;
 };
 
 /*!
