@@ -81,7 +81,8 @@ public:
 
         Quotes and backslashes in a string get a backslash: the server reads them back where
         standard_conforming_strings is off. Any type but bool, int, long long, double, string, byte
-        array, date, time and date-time ends the process.
+        array, date, time and date-time ends the process. A literal that no QString can hold is a
+        std::bad_alloc, as with Qt's own texts.
 
         Source: PostgreSQL documentation, Lexical Structure, String Constants; libpq,
         PQescapeBytea.

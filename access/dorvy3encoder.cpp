@@ -10,6 +10,7 @@
 #include "access/dorvy3fatal_p.h"
 #include "access/dorvy3oids_p.h"
 #include "access/dorvy3result.h"
+#include "access/dorvy3sizes_p.h"
 #include "access/dorvy3statement.h"
 #include "access/dorvy3units_p.h"
 
@@ -30,16 +31,45 @@ using NumericDigits = QVarLengthArray<quint16, 80>;
 
 Dorvy3Encoding hlpWriteBytes(const QByteArray &bytes, QByteArray &out, int *length)
 {
-    if (bytes.size() > std::numeric_limits<int>::max() - out.size()) {
-        return Dorvy3Encoding::NoConversion; // more than a message can hold
+    if (bytes.size() > MaxMessageBytes - out.size()) {
+        return Dorvy3Encoding::TooLarge;
     }
     Dorvy3ByteWriter(out, bytes.size()).writeBytes(bytes.constData(), bytes.size());
     *length = bytes.size();
     return Dorvy3Encoding::Done;
 }
 
+// Whether Qt can convert the value to a text and back.
+bool hlpIsConvertible(const QVariant &value)
+{
+    switch (value.type()) {
+    case QVariant::String:
+        return value.toString().size() <= MaxEncodedUnits;
+    case QVariant::ByteArray:
+        return value.toByteArray().size() <= MaxDecodedBytes;
+    default:
+        return true;
+    }
+}
+
+Dorvy3Encoding hlpEncodeText(const QVariant &value, const Dorvy3Connection &connection,
+                             QByteArray &out, int *length)
+{
+    if (!hlpIsConvertible(value)) {
+        return Dorvy3Encoding::TooLarge;
+    }
+    const QString text = value.toString();
+    if (text.size() > MaxEncodedUnits) {
+        return Dorvy3Encoding::TooLarge;
+    }
+    return hlpWriteBytes(connection.server(text), out, length);
+}
+
 Dorvy3Encoding hlpEncodeBytes(const QVariant &value, QByteArray &out, int *length)
 {
+    if (!hlpIsConvertible(value)) {
+        return Dorvy3Encoding::TooLarge;
+    }
     const QByteArray bytes = value.toByteArray();
     // Length 0 would read as SQL NULL, which an empty array is not.
     return bytes.isEmpty() ? Dorvy3Encoding::NoConversion : hlpWriteBytes(bytes, out, length);
@@ -216,7 +246,7 @@ Dorvy3Encoding hlpEncode(const QVariant &value, int ptype, const Dorvy3Connectio
     case Dorvy3Oid::Name:
     case Dorvy3Oid::Text:
     case Dorvy3Oid::Varchar:
-        return hlpWriteBytes(connection.server(value.toString()), out, length);
+        return hlpEncodeText(value, connection, out, length);
     case Dorvy3Oid::Int8:
         return hlpEncodeInt8(value, out, length);
     case Dorvy3Oid::Int2:
@@ -258,6 +288,8 @@ int Dorvy3Statement::hlpEncodePSQLValue(const QSqlField &field, int ptype, QByte
         hlpFatal("DORVY: hlpEncodePSQLValue - failed to encode ptype (%d) from "
                  "QVariant::Type (%d)",
                  ptype, static_cast<int>(value.type()));
+    case Dorvy3Encoding::TooLarge:
+        return TooLarge;
     }
     return length;
 }

@@ -12,8 +12,9 @@ class Dorvy3Connection;
 
 enum class Dorvy3Encoding {
     Done,
-    UnknownType, // the type is not among those that the encoder knows
-    NoConversion // the value has no form in that type
+    UnknownType,  // the type is not among those that the encoder knows
+    NoConversion, // the value has no form in that type
+    TooLarge      // its bytes do not fit into one message with those before them
 };
 
 /*!

@@ -5,6 +5,7 @@
 #include "access/dorvy3database.h"
 
 #include "access/dorvy3fatal_p.h"
+#include "access/dorvy3sizes_p.h"
 
 #include <libpq-fe.h>
 
@@ -75,6 +76,9 @@ QString hlpByteArray(const QVariant &value)
                                            static_cast<size_t>(bytes.size()), &length),
                              &PQfreemem);
     Q_CHECK_PTR(escaped.get());
+    if (length > MaxDecodedBytes) {
+        qBadAlloc(); // Qt would take the low bits of the length for all of it
+    }
     return hlpQuoted(QString::fromUtf8(reinterpret_cast<const char *>(escaped.get())));
 }
 

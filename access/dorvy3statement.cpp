@@ -9,6 +9,7 @@
 #include "access/dorvy3errors_p.h"
 #include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3result.h"
+#include "access/dorvy3sizes_p.h"
 #include "access/dorvy3texts_p.h"
 #include "client/libppq.h"
 
@@ -56,12 +57,7 @@ bool Dorvy3Statement::prep(const QString &text, const QSharedPointer<Dorvy3Conne
         hlpReport(error, hlpRefusal(cannotPrepare(), noConnection()));
         return false;
     }
-    const PgResultPtr prepared(PQprepare(connection->connection(), statementname(),
-                                         connection->server(text).constData(), 0, nullptr));
-    if (PQresultStatus(prepared.get()) != PGRES_COMMAND_OK) {
-        return hlpFailPrep(prepared.get(), connection, error);
-    }
-    if (!hlpDescribe(text, connection, error)) {
+    if (!hlpPrepare(text, connection, error) || !hlpDescribe(text, connection, error)) {
         return false;
     }
     database = registrar;
@@ -69,6 +65,22 @@ bool Dorvy3Statement::prep(const QString &text, const QSharedPointer<Dorvy3Conne
         database->bind(this);
     }
     return true;
+}
+
+bool Dorvy3Statement::hlpPrepare(const QString &text,
+                                 const QSharedPointer<Dorvy3Connection> &connection,
+                                 QSqlError *error)
+{
+    constexpr int FixedBytes = 4 + 1 + 1 + 2; // of Parse: its length, two terminators, a count
+    const QByteArray sql = text.size() <= MaxEncodedUnits ? connection->server(text) : QByteArray();
+    if (text.size() > MaxEncodedUnits || sql.size() > MaxMessageBytes - FixedBytes - name.size()) {
+        hlpReport(error, QSqlError(queryTooLarge(), prepareFailed(), QSqlError::StatementError));
+        return false;
+    }
+    const PgResultPtr prepared(
+        PQprepare(connection->connection(), statementname(), sql.constData(), 0, nullptr));
+    return PQresultStatus(prepared.get()) == PGRES_COMMAND_OK ||
+           hlpFailPrep(prepared.get(), connection, error);
 }
 
 bool Dorvy3Statement::hlpDescribe(const QString &text,

@@ -40,7 +40,8 @@ public:
         this preparation then fails; so a second prep() moves a statement to another connection.
 
         Returns false on failure and tells why in \a error, which may be null: a StatementError with
-        the server's message as driver text. Nothing of the name is left on the server then.
+        the server's message as driver text, or the driver's own where the text of the query is too
+        large for one message. Nothing of the name is left on the server then.
     */
     bool prep(const QString &query, const QSharedPointer<Dorvy3Connection> &connection,
               QSqlError *error, Dorvy3Database *database);
@@ -73,7 +74,8 @@ public:
     /*!
         Runs the statement with \a values and returns its first page. Surplus values are ignored;
         missing ones are not sent, and the server reports the mismatch. A value that cannot be
-        encoded for its parameter ends the process.
+        encoded for its parameter ends the process. Values that are too large for one message are
+        refused before anything is sent.
     */
     QSharedPointer<Dorvy3Result> exec(const QVector<QVariant> &values, QSqlError *error, int rows);
 
@@ -81,12 +83,16 @@ public:
     QSqlError hlpError(const PGresult *result, const QSharedPointer<Dorvy3Connection> &connection,
                        const QString &text) const;
 
+    /*! What no message can hold, in place of a number of bytes or of values. */
+    static constexpr int TooLarge = -1;
+
     /*!
         Writes the value of \a field, in PostgreSQL's binary format for type \a ptype, behind the
         end of \a out: into its reserved space, without changing its size.
 
-        Returns the number of bytes to take in, 0 for SQL NULL. An unknown type and a value that
-        cannot be converted end the process. The statement must be prepared.
+        Returns the number of bytes to take in, 0 for SQL NULL, or TooLarge where no message can
+        hold them behind those of \a out. An unknown type and a value that cannot be converted end
+        the process. The statement must be prepared.
     */
     int hlpEncodePSQLValue(const QSqlField &field, int ptype, QByteArray &out) const;
 
@@ -94,6 +100,8 @@ private:
     Q_DISABLE_COPY(Dorvy3Statement)
     friend struct Dorvy3TestAccess;
 
+    bool hlpPrepare(const QString &text, const QSharedPointer<Dorvy3Connection> &connection,
+                    QSqlError *error);
     bool hlpDescribe(const QString &text, const QSharedPointer<Dorvy3Connection> &connection,
                      QSqlError *error);
     bool hlpFailPrep(const PGresult *result, const QSharedPointer<Dorvy3Connection> &connection,
@@ -101,6 +109,7 @@ private:
     void hlpAllocateParams();
     void hlpFreeParams();
     QSharedPointer<Dorvy3Connection> hlpUsableConnection(QSqlError *error) const;
+    bool hlpFitsMessage(int valueBytes, int count) const;
     int hlpEncodeValues(const QVector<QVariant> &values, QByteArray &buffer);
     PGresult *hlpRun(PGconn *conn, int count, int rows) const;
     QSharedPointer<Dorvy3Result> hlpFinish(PGresult *result,

@@ -8,6 +8,7 @@
 #include "access/dorvy3errors_p.h"
 #include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3result.h"
+#include "access/dorvy3sizes_p.h"
 #include "access/dorvy3texts_p.h"
 #include "client/libppq.h"
 
@@ -78,6 +79,11 @@ QSharedPointer<Dorvy3Result> Dorvy3Statement::exec(const QVector<QVariant> &valu
     }
     QByteArray buffer;
     const int count = hlpEncodeValues(values, buffer);
+    if (count == TooLarge) {
+        hlpReport(error,
+                  QSqlError(parametersTooLarge(), executeFailed(), QSqlError::StatementError));
+        return {};
+    }
     return hlpFinish(hlpRun(connection->connection(), count, rows), connection, error);
 }
 
@@ -95,7 +101,17 @@ PGresult *Dorvy3Statement::hlpRun(PGconn *conn, int count, int rows) const
                            paramValues, paramLengths, paramFormats, BinaryFormat);
 }
 
-// Encodes as many values as there are parameters into buffer and points the arrays at them.
+// Whether the Bind message of so many parameters, NULLs among them, is one that the server takes.
+bool Dorvy3Statement::hlpFitsMessage(int valueBytes, int count) const
+{
+    constexpr qint64 FixedBytes = 4 + 4 * 2; // its length; three counts, the results' format
+    constexpr qint64 ParameterBytes = 2 + 4; // format and length
+    const qint64 nameBytes = Q_INT64_C(2) * (name.size() + 1); // portal and statement
+    return FixedBytes + nameBytes + ParameterBytes * count + valueBytes <= MaxMessageBytes;
+}
+
+// Encodes as many values as there are parameters into buffer and points the arrays at them. Returns
+// their number, or TooLarge.
 int Dorvy3Statement::hlpEncodeValues(const QVector<QVariant> &values, QByteArray &buffer)
 {
     const int count = std::max(PQnparams(description->result), 0);
@@ -107,8 +123,14 @@ int Dorvy3Statement::hlpEncodeValues(const QVector<QVariant> &values, QByteArray
     for (int i = 0; i < bound; ++i) {
         hlpSetFieldValue(field, values.at(i));
         paramLengths[i] = hlpEncodePSQLValue(field, static_cast<int>(paramTypes[i]), buffer);
+        if (paramLengths[i] == TooLarge) {
+            return TooLarge;
+        }
         paramFormats[i] = BinaryFormat;
         buffer.resize(buffer.size() + paramLengths[i]);
+    }
+    if (!hlpFitsMessage(buffer.size(), bound)) {
+        return TooLarge;
     }
     // Only now: the buffer moves while it grows.
     const char *position = buffer.constData();

@@ -26,6 +26,18 @@ inline QString commitForbidden()
 {
     return QStringLiteral("Текущее состояние соединения запрещает завершение транзакции");
 }
+inline QString queryTooLarge()
+{
+    return QStringLiteral("Текст запроса слишком велик");
+}
+inline QString parametersTooLarge()
+{
+    return QStringLiteral("Параметры запроса слишком велики");
+}
+inline QString noMemory()
+{
+    return QStringLiteral("Недостаточно памяти");
+}
 
 // Operations that the driver refuses.
 inline QString cannotBegin()
