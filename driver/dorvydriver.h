@@ -58,7 +58,10 @@ public:
     */
     QSqlRecord record(const QString &tableName) const override;
 
-    /*! \a field as an SQL literal; see Dorvy3Database::formatValue. */
+    /*!
+        \a field as an SQL literal; see Dorvy3Database::formatValue. Empty where memory or a QString
+        cannot hold it: no statement that it is pasted into can then be mistaken for the right one.
+    */
     QString formatValue(const QSqlField &field, bool trimStrings) const override;
 
     /*!

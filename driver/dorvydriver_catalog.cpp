@@ -15,6 +15,8 @@
 #include <QtSql/QSqlQuery>
 #include <QtSql/QSqlRecord>
 
+#include <new>
+
 namespace {
 
 // A type of variable length has attlen -1; its declared length follows four bytes of header in the
@@ -240,5 +242,9 @@ QString DorvyDriver::escapeIdentifier(const QString &identifier, IdentifierType 
 QString DorvyDriver::formatValue(const QSqlField &field, bool trimStrings) const
 {
     Q_D(const DorvyDriver);
-    return d->database.formatValue(field, trimStrings);
+    try {
+        return d->database.formatValue(field, trimStrings);
+    } catch (const std::bad_alloc &) {
+        return QString();
+    }
 }

@@ -13,7 +13,20 @@
 
 #include <QtSql/QSqlError>
 
+#include <new>
+
 using namespace Dorvy3Texts;
+
+namespace {
+
+// Qt reports a lack of memory, and a size that a container cannot have, by an exception; the Qt that
+// called us has no handler for it.
+QSqlError hlpNoMemory(const QString &operation)
+{
+    return QSqlError(noMemory(), operation, QSqlError::StatementError);
+}
+
+} // namespace
 
 DorvyResultPrivate::DorvyResultPrivate(DorvyResult *result, const DorvyDriver *driver)
     : QSqlResultPrivate(result, driver)
@@ -106,7 +119,12 @@ bool DorvyResult::hlpLookUp(const QString &query, QSqlError *error)
         *error = QSqlError(cannotExecute(), noConnection(), QSqlError::StatementError);
         return false;
     }
-    statement = driver->database.statement(d->positionalToNamedBinding(query), error);
+    try {
+        statement = driver->database.statement(d->positionalToNamedBinding(query), error);
+    } catch (const std::bad_alloc &) {
+        statement.reset();
+        *error = hlpNoMemory(prepareFailed());
+    }
     return !statement.isNull();
 }
 
@@ -142,6 +160,10 @@ bool DorvyResult::exec()
         return hlpFail(hlpRefusal(cannotExecute(), notPrepared()));
     }
     QSqlError error;
-    d->page = statement->exec(boundValues(), &error, DefaultRows);
+    try {
+        d->page = statement->exec(boundValues(), &error, DefaultRows);
+    } catch (const std::bad_alloc &) {
+        error = hlpNoMemory(executeFailed());
+    }
     return hlpFinish(error);
 }

@@ -42,7 +42,10 @@ protected:
     /*! The columns of the last run that had any; prepare() alone describes none. */
     QSqlRecord record() const override;
 
-    /*! The value at the current row; invalid without a page or beyond its columns. */
+    /*!
+        The value at the current row; invalid without a page, beyond its columns, and where memory
+        or a QString cannot hold it.
+    */
     QVariant data(int column) override;
     bool isNull(int column) override;
 
@@ -77,6 +80,7 @@ private:
     bool hlpLookUp(const QString &query, QSqlError *error);
     bool hlpHasRow(int row) const;
     bool hlpMoveTo(int row);
+    QVariant hlpDecode(int column, QVariant::Type type, int oid) const;
 
     QSharedPointer<Dorvy3Statement> statement; // of the current text
 };

@@ -13,6 +13,8 @@
 
 #include <QtSql/QSqlError>
 
+#include <new>
+
 bool DorvyResult::hlpHasRow(int row) const
 {
     Q_D(const DorvyResult);
@@ -103,6 +105,20 @@ void DorvyResult::detachFromResultSet()
     d->release();
 }
 
+// The value of the current row, which is not null.
+QVariant DorvyResult::hlpDecode(int column, QVariant::Type type, int oid) const
+{
+    Q_D(const DorvyResult);
+    const PGresult *result = d->page->result;
+    const char *value = PQgetvalue(result, at(), column);
+    if (!PQbinaryTuples(result)) {
+        return hlpPSQLValueToVariant(d->page->connection, type, oid, numericalPrecisionPolicy(),
+                                     value);
+    }
+    return hlpBinaryPSQLValueToVariant(d->page->connection, oid, PQgetlength(result, at(), column),
+                                       value);
+}
+
 QVariant DorvyResult::data(int column)
 {
     Q_D(DorvyResult);
@@ -116,13 +132,11 @@ QVariant DorvyResult::data(int column)
     if (PQgetisnull(result, at(), column)) {
         return QVariant(type);
     }
-    const char *value = PQgetvalue(result, at(), column);
-    if (!PQbinaryTuples(result)) {
-        return hlpPSQLValueToVariant(d->page->connection, type, oid, numericalPrecisionPolicy(),
-                                     value);
+    try {
+        return hlpDecode(column, type, oid);
+    } catch (const std::bad_alloc &) {
+        return QVariant(); // among them the server's largest texts, which no QString can hold
     }
-    return hlpBinaryPSQLValueToVariant(d->page->connection, oid, PQgetlength(result, at(), column),
-                                       value);
 }
 
 bool DorvyResult::isNull(int column)
