@@ -52,7 +52,7 @@ static bool ppqDiscard(PGconn *conn, bool *failed)
 {
     PGresult *result;
 
-    while ((result = PQgetResult(conn)) != NULL) {
+    while ((result = ppqGetResult(conn)) != NULL) {
         const ExecStatusType status = PQresultStatus(result);
 
         PQclear(result);
@@ -60,6 +60,13 @@ static bool ppqDiscard(PGconn *conn, bool *failed)
             *failed = true;
         if (!ppqEndCopy(conn, status) || conn->status == CONNECTION_BAD)
             return false;
+    }
+    if (conn->status == CONNECTION_BAD)
+        return false;
+    if (conn->asyncStatus != PGASYNC_IDLE) {
+        /* The result that stands for a copy under way could not be made. */
+        ppqSetError(conn, "out of memory");
+        return false;
     }
     pqClearConnErrorState(conn);
     pqClearAsyncResult(conn);

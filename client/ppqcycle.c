@@ -21,24 +21,32 @@ uint32 ppqMessageLength(const char *buffer)
 }
 
 /*
+ * The bytes of the message at the offset, among those received; 0 where it has not come whole.
+ * Lengths that no message can have are left for libpq to complain about.
+ */
+static int ppqWholeBytes(const PGconn *conn, int at)
+{
+    uint32 length;
+
+    if (conn->inEnd - at < PPQ_HEADER_BYTES)
+        return 0;
+    length = ppqMessageLength(conn->inBuffer + at);
+    if (length < PPQ_LENGTH_BYTES || length >= (uint32)(conn->inEnd - at))
+        return 0;
+    return 1 + (int)length;
+}
+
+/*
  * The offset of the first whole PortalSuspended message among those received, or -1.  Only
- * message boundaries count: row data is full of its type byte.  Lengths that no message can
- * have are left for libpq to complain about.
+ * message boundaries count: row data is full of its type byte.
  */
 static int ppqFindSuspended(const PGconn *conn)
 {
-    int at = conn->inStart;
+    int bytes;
 
-    while (conn->inEnd - at >= PPQ_HEADER_BYTES) {
-        const uint32 length = ppqMessageLength(conn->inBuffer + at);
-
-        if (length < PPQ_LENGTH_BYTES)
-            return -1;
-        if (conn->inBuffer[at] == 's' && length == PPQ_LENGTH_BYTES)
+    for (int at = conn->inStart; (bytes = ppqWholeBytes(conn, at)) > 0; at += bytes) {
+        if (conn->inBuffer[at] == 's' && bytes == PPQ_HEADER_BYTES)
             return at;
-        if (length >= (uint32)(conn->inEnd - at))
-            return -1;
-        at += 1 + (int)length;
     }
     return -1;
 }
@@ -114,20 +122,42 @@ static void ppqGiveUpWriting(PGconn *conn)
     ppqGiveUp(conn);
 }
 
-/* PQgetResult, with a parser that knows PortalSuspended; NULL also when the connection is lost. */
-static PGresult *ppqGetResult(PGconn *conn)
+/*
+ * Whether the parser has left a whole message where it is: libpq had no memory for the start of a
+ * copy, or the message ends before its fields do.  It then waits for more bytes of that message,
+ * and the server may have none to send.
+ */
+static bool ppqIsStuck(const PGconn *conn)
+{
+    return conn->asyncStatus == PGASYNC_BUSY && ppqWholeBytes(conn, conn->inStart) > 0;
+}
+
+/* Exchanges bytes and parses them; false when the connection is given up. */
+static bool ppqGoOn(PGconn *conn)
+{
+    if (ppqIsStuck(conn)) {
+        ppqSetError(conn, "out of memory, or a malformed message from the server");
+        ppqGiveUp(conn);
+        return false;
+    }
+    if (!ppqExchange(conn)) {
+        ppqGiveUp(conn);
+        return false;
+    }
+    ppqParse(conn);
+    if (conn->write_failed && conn->asyncStatus == PGASYNC_BUSY) {
+        ppqGiveUpWriting(conn);
+        return false;
+    }
+    return true;
+}
+
+PGresult *ppqGetResult(PGconn *conn)
 {
     ppqParse(conn);
     while (conn->asyncStatus == PGASYNC_BUSY) {
-        if (!ppqExchange(conn)) {
-            ppqGiveUp(conn);
+        if (!ppqGoOn(conn))
             return NULL;
-        }
-        ppqParse(conn);
-        if (conn->write_failed && conn->asyncStatus == PGASYNC_BUSY) {
-            ppqGiveUpWriting(conn);
-            return NULL;
-        }
     }
     return PQgetResult(conn);
 }
