@@ -8,7 +8,8 @@
  * The operations work on a connection of the libpq that this library is linked with, beside
  * libpq's own calls: a connection may be used with both, one call at a time, by one thread at a
  * time.  Like PQexec, an operation that sends first discards results that nobody fetched and
- * ends a copy that is under way.  They are for synchronous use; a connection in pipeline mode is refused.
+ * ends a copy that is under way; a COPY BOTH ends with the connection.  They are for synchronous
+ * use; a connection in pipeline mode is refused.
  *
  * Misuse (no connection or a lost one, pipeline mode, a missing name, a bad count) is answered
  * with NULL and a message in PQerrorMessage, or just NULL where there is no connection to keep
@@ -40,7 +41,8 @@ extern "C" {
  * its command tag (PQcmdStatus) is empty when the portal was suspended after maxRows rows and
  * is still open, and set when the statement ran to its end.  PGRES_COMMAND_OK: a statement
  * without columns, run to its end.  An error status: the server's message.  NULL: misuse, no
- * memory, or a connection that is lost or answers without a result; PQerrorMessage says which.
+ * memory, or a connection that is lost or answers without one whole result; PQerrorMessage says
+ * which.
  *
  * The parameters are copied into libpq's buffer before the call returns.
  *
@@ -59,7 +61,7 @@ PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const
  *
  * Returns a result to free with PQclear: PGRES_TUPLES_OK (no rows: the portal is exhausted) or
  * an error status with the server's message.  NULL: misuse, no memory, or a connection that is
- * lost or answers without a result; PQerrorMessage says which.
+ * lost or answers without one whole result; PQerrorMessage says which.
  *
  * A previous page with a command tag proves that the portal is exhausted: the answer is then an
  * empty page with the same tag for no rows, as the server would give it, and nothing is sent.

@@ -62,17 +62,14 @@ bool ppqEnqueue(PGconn *conn, PGQueryClass queryClass);
 void ppqGiveUp(PGconn *conn);
 
 /*
- * PQgetResult, with a parser that knows PortalSuspended.  Where PQgetResult takes an answer that it
- * could not read for finished, with the rest of it under way, this gives the connection up.
- *
- * NULL: the answer is at its end (libpq's asyncStatus is then PGASYNC_IDLE), there is no memory for
- * the result, or the connection is lost.
+ * PQgetResult, with a parser that knows PortalSuspended, and sets suspended when it meets one that
+ * ends a page.  NULL also when the connection is lost.
  */
-PGresult *ppqGetResult(PGconn *conn);
+PGresult *ppqGetResult(PGconn *conn, bool *suspended);
 
 /*
- * Sends what is in the buffer, takes in the whole answer and returns its last result; NULL when
- * the connection is lost.
+ * Sends what is in the buffer, takes in the whole answer and returns its one result; NULL when the
+ * connection is lost or the answer is none.
  */
 PGresult *ppqFinish(PGconn *conn);
 

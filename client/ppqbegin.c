@@ -42,6 +42,7 @@ static bool ppqEndCopy(PGconn *conn, ExecStatusType status)
         conn->asyncStatus = PGASYNC_BUSY; /* libpq then drops the rest of the data */
     if (status == PGRES_COPY_BOTH) {
         ppqSetError(conn, "portal operations are not allowed during COPY BOTH");
+        ppqGiveUp(conn); /* no other operation can end it either */
         return false;
     }
     return true;
@@ -50,9 +51,10 @@ static bool ppqEndCopy(PGconn *conn, ExecStatusType status)
 /* Takes in and drops every result that is outstanding; tells in failed whether one was an error. */
 static bool ppqDiscard(PGconn *conn, bool *failed)
 {
+    bool suspended = false;
     PGresult *result;
 
-    while ((result = ppqGetResult(conn)) != NULL) {
+    while ((result = ppqGetResult(conn, &suspended)) != NULL) {
         const ExecStatusType status = PQresultStatus(result);
 
         PQclear(result);
@@ -127,7 +129,10 @@ int ppqSettle(PGconn *conn)
 {
     if (conn == NULL || conn->status != CONNECTION_OK)
         return 0;
-    return !ppqIsClosing(conn) || ppqBegin(conn);
+    /* A COPY BOTH would stand in the way of every call to come. */
+    if (!ppqIsClosing(conn) && conn->asyncStatus != PGASYNC_COPY_BOTH)
+        return 1;
+    return ppqBegin(conn);
 }
 
 /*

@@ -21,34 +21,20 @@ uint32 ppqMessageLength(const char *buffer)
 }
 
 /*
- * The bytes of the message at the offset, among those received; 0 where it has not come whole.
- * Lengths that no message can have are left for libpq to complain about.
+ * The end of the next message among those received, or -1 where more of it is to come.  Lengths
+ * that no message can have are left for libpq to complain about.
  */
-static int ppqWholeBytes(const PGconn *conn, int at)
+static int ppqMessageEnd(const PGconn *conn)
 {
+    const int received = conn->inEnd - conn->inStart;
     uint32 length;
 
-    if (conn->inEnd - at < PPQ_HEADER_BYTES)
-        return 0;
-    length = ppqMessageLength(conn->inBuffer + at);
-    if (length < PPQ_LENGTH_BYTES || length >= (uint32)(conn->inEnd - at))
-        return 0;
-    return 1 + (int)length;
-}
-
-/*
- * The offset of the first whole PortalSuspended message among those received, or -1.  Only
- * message boundaries count: row data is full of its type byte.
- */
-static int ppqFindSuspended(const PGconn *conn)
-{
-    int bytes;
-
-    for (int at = conn->inStart; (bytes = ppqWholeBytes(conn, at)) > 0; at += bytes) {
-        if (conn->inBuffer[at] == 's' && bytes == PPQ_HEADER_BYTES)
-            return at;
-    }
-    return -1;
+    if (received < PPQ_HEADER_BYTES)
+        return -1;
+    length = ppqMessageLength(conn->inBuffer + conn->inStart);
+    if (length < PPQ_LENGTH_BYTES || length >= (uint32)received)
+        return -1;
+    return conn->inStart + 1 + (int)length;
 }
 
 /* Whether the result that is being built is a page, or an error that a page ended in. */
@@ -56,6 +42,27 @@ static bool ppqIsPage(const PGconn *conn)
 {
     return conn->error_result ||
            (conn->result != NULL && conn->result->resultStatus == PGRES_TUPLES_OK);
+}
+
+/* Whether the next message, which ends at the given offset, is the PortalSuspended of a page. */
+static bool ppqIsSuspended(const PGconn *conn, int end)
+{
+    return conn->inBuffer[conn->inStart] == 's' && end - conn->inStart == PPQ_HEADER_BYTES &&
+           ppqIsPage(conn);
+}
+
+/*
+ * The result that a CopyResponse or a ParameterDescription begins takes the place of the one that
+ * is being built, which libpq's parser then forgets to free.
+ */
+static void ppqDropReplaced(PGconn *conn)
+{
+    const char type = conn->inBuffer[conn->inStart];
+
+    if (type == 'G' || type == 'H' || type == 'W' || type == 't') {
+        PQclear(conn->result);
+        conn->result = NULL;
+    }
 }
 
 /* Hands libpq's parser the messages in front of the given offset, which is a boundary. */
@@ -71,25 +78,30 @@ static void ppqParseUpTo(PGconn *conn, int offset)
 }
 
 /*
- * Parses what has been received.  To libpq's parser EmptyQueryResponse has PortalSuspended's
- * length and, behind a column description, its meaning: the result is complete.  So the one is
- * handed over as the other; where no page is being built it stays what it is, and libpq reports
- * an unexpected message.
+ * Parses what has been received, one message at a time: libpq's parser reads on behind a message
+ * that ends too early, or waits for more of it.  False: there is such a message.
+ *
+ * To that parser EmptyQueryResponse has PortalSuspended's length and, behind a column description,
+ * its meaning: the result is complete.  So the one is handed over as the other, and suspended is
+ * set; where no page is being built it stays what it is, and libpq reports an unexpected message.
  */
-static void ppqParse(PGconn *conn)
+static bool ppqParse(PGconn *conn, bool *suspended)
 {
-    int suspended;
+    int end;
 
-    while (conn->asyncStatus == PGASYNC_BUSY && (suspended = ppqFindSuspended(conn)) >= 0) {
-        ppqParseUpTo(conn, suspended);
-        /* A message in front that the parser did not take holds up everything behind it. */
-        if (conn->asyncStatus != PGASYNC_BUSY || conn->inStart != suspended)
-            return;
-        if (ppqIsPage(conn))
-            conn->inBuffer[suspended] = 'I';
-        ppqParseUpTo(conn, suspended + PPQ_HEADER_BYTES);
+    while (conn->asyncStatus == PGASYNC_BUSY && (end = ppqMessageEnd(conn)) >= 0) {
+        if (ppqIsSuspended(conn, end)) {
+            conn->inBuffer[conn->inStart] = 'I';
+            *suspended = true;
+        }
+        ppqDropReplaced(conn);
+        ppqParseUpTo(conn, end);
+        if (conn->asyncStatus == PGASYNC_BUSY && conn->inStart != end)
+            return false;
     }
+    /* What is left is the beginning of a message: libpq looks at its length and makes room. */
     pqParseInput3(conn);
+    return true;
 }
 
 /* Sends what is unsent and reads what has come, waiting for it. */
@@ -122,42 +134,31 @@ static void ppqGiveUpWriting(PGconn *conn)
     ppqGiveUp(conn);
 }
 
-/*
- * Whether the parser has left a whole message where it is: libpq had no memory for the start of a
- * copy, or the message ends before its fields do.  It then waits for more bytes of that message,
- * and the server may have none to send.
- */
-static bool ppqIsStuck(const PGconn *conn)
+/* libpq leaves a message unread for either reason, and does not say for which. */
+static void ppqGiveUpParsing(PGconn *conn)
 {
-    return conn->asyncStatus == PGASYNC_BUSY && ppqWholeBytes(conn, conn->inStart) > 0;
+    ppqSetError(conn, "out of memory, or a message of the server ends too early");
+    ppqGiveUp(conn);
 }
 
-/* Exchanges bytes and parses them; false when the connection is given up. */
-static bool ppqGoOn(PGconn *conn)
+PGresult *ppqGetResult(PGconn *conn, bool *suspended)
 {
-    if (ppqIsStuck(conn)) {
-        ppqSetError(conn, "out of memory, or a malformed message from the server");
-        ppqGiveUp(conn);
-        return false;
-    }
-    if (!ppqExchange(conn)) {
-        ppqGiveUp(conn);
-        return false;
-    }
-    ppqParse(conn);
-    if (conn->write_failed && conn->asyncStatus == PGASYNC_BUSY) {
-        ppqGiveUpWriting(conn);
-        return false;
-    }
-    return true;
-}
+    bool parsed = ppqParse(conn, suspended);
 
-PGresult *ppqGetResult(PGconn *conn)
-{
-    ppqParse(conn);
-    while (conn->asyncStatus == PGASYNC_BUSY) {
-        if (!ppqGoOn(conn))
+    while (parsed && conn->asyncStatus == PGASYNC_BUSY) {
+        if (!ppqExchange(conn)) {
+            ppqGiveUp(conn);
             return NULL;
+        }
+        parsed = ppqParse(conn, suspended);
+        if (conn->write_failed && conn->asyncStatus == PGASYNC_BUSY) {
+            ppqGiveUpWriting(conn);
+            return NULL;
+        }
+    }
+    if (!parsed) {
+        ppqGiveUpParsing(conn);
+        return NULL;
     }
     return PQgetResult(conn);
 }
@@ -167,28 +168,72 @@ static bool ppqIsCopy(ExecStatusType status)
     return status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH;
 }
 
+static bool ppqIsSuccess(ExecStatusType status)
+{
+    return status == PGRES_TUPLES_OK || status == PGRES_COMMAND_OK;
+}
+
 /*
- * The last result of a cycle counts, as with PQexec: an error that follows the rows, from the
- * commit that a Sync implies, takes their place.
+ * Why the results of a cycle, of which the last one is given, are no answer; NULL if they are.
+ * libpq hands on whatever a server says: where it had to skip a row, a command tag that follows
+ * makes a result of its own, and looks like success.
  */
-PGresult *ppqFinish(PGconn *conn)
+static const char *ppqAnswerFault(const PGresult *last, int count, bool suspended)
+{
+    if (last == NULL)
+        return "the server answered without a result";
+    if (PQresultStatus(last) == PGRES_FATAL_ERROR)
+        return NULL;
+    if (count > 1)
+        return "the server answered with more than one result";
+    if (ppqIsSuccess(PQresultStatus(last)) && last->cmdStatus[0] == '\0' && !suspended)
+        return "the server answered with a result that has no end";
+    return NULL;
+}
+
+/*
+ * Takes in the results of a cycle, counts them and returns the one that matters: the first error,
+ * which also takes the place of the rows before it (it comes from the commit that a Sync implies).
+ */
+static PGresult *ppqTakeResults(PGconn *conn, int *count, bool *suspended)
 {
     PGresult *last = NULL;
     PGresult *result;
 
-    while ((result = ppqGetResult(conn)) != NULL) {
-        PQclear(last);
-        last = result;
-        if (ppqIsCopy(PQresultStatus(result)) || conn->status == CONNECTION_BAD)
+    while ((result = ppqGetResult(conn, suspended)) != NULL) {
+        const bool copy = ppqIsCopy(PQresultStatus(result));
+
+        (*count)++;
+        if (last != NULL && PQresultStatus(last) == PGRES_FATAL_ERROR) {
+            PQclear(result);
+        } else {
+            PQclear(last);
+            last = result;
+        }
+        if (copy || conn->status == CONNECTION_BAD)
             break;
     }
+    /* Something that nobody ended before the cycle did. */
+    if (conn->asyncStatus == PGASYNC_IDLE && pgHavePendingResult(conn))
+        (*count)++;
+    return last;
+}
+
+PGresult *ppqFinish(PGconn *conn)
+{
+    int count = 0;
+    bool suspended = false;
+    PGresult *last = ppqTakeResults(conn, &count, &suspended);
+    const char *fault = ppqAnswerFault(last, count, suspended);
+
     if (conn->status == CONNECTION_BAD) {
         /* Its error message has the server's last words, too; the last result does not. */
         PQclear(last);
         return NULL;
     }
-    if (last == NULL) {
-        ppqSetError(conn, "the server answered without a result");
+    if (fault != NULL) {
+        PQclear(last);
+        ppqSetError(conn, fault);
         return NULL;
     }
     /*

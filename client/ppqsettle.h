@@ -20,7 +20,7 @@ extern "C" {
  * After it PQtransactionStatus tells the true state.  If closing the portal failed on the server,
  * the close of its statement was ignored with it; it is then sent again and waited for, which
  * libpq's own calls cannot know to do.  Anything else that is outstanding, such as a copy, is left
- * alone.
+ * alone; but a COPY BOTH, which no other call can end, ends the connection.
  *
  * Returns 1 when the connection can go on, 0 when it is lost or there is none.
  */

@@ -11,7 +11,10 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 namespace {
 
@@ -57,6 +60,7 @@ QByteArray PeerLink::hlpRead(int count)
     QByteArray bytes(count, '\0');
     const ssize_t got =
         count > 0 ? recv(descriptor, bytes.data(), static_cast<size_t>(count), MSG_WAITALL) : 0;
+    overdue = overdue || (got < 0 && errno == EAGAIN);
     return got == count ? bytes : QByteArray();
 }
 
@@ -158,9 +162,21 @@ void PeerLink::reset()
     ::close(other);
 }
 
+void PeerLink::awaitByte()
+{
+    char byte = 0;
+    recv(descriptor, &byte, 1, MSG_PEEK);
+}
+
 void PeerLink::awaitEnd()
 {
     while (!hlpRead(1).isEmpty()) {}
+}
+
+void PeerLink::setPatience(int seconds)
+{
+    const timeval most = {seconds, 0};
+    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &most, sizeof(most));
 }
 
 ScriptedPeer::ScriptedPeer(const Script &peerScript)

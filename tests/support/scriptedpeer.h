@@ -69,14 +69,24 @@ public:
     void hangUp();
     void reset();
 
+    /*! Waits for the next byte of the client's and leaves it unread. */
+    void awaitByte();
+
     /*! Waits until the client hangs up; what it sends is read and dropped. */
     void awaitEnd();
+
+    /*! From now on a read for which nothing comes for that long ends as if the client had gone. */
+    void setPatience(int seconds);
+
+    /*! True once a read has ended so. */
+    bool isOverdue() const { return overdue; }
 
 private:
     friend class ScriptedPeer;
     PeerLink(int socket, int number)
         : descriptor(socket)
         , linkNumber(number)
+        , overdue(false)
     {
     }
 
@@ -84,6 +94,7 @@ private:
 
     int descriptor;
     int linkNumber;
+    bool overdue;
     QByteArray body;
     QByteArray startupBody;
 };

@@ -1,0 +1,689 @@
+// SPDX-FileCopyrightText: 2026 the DORVY driver developers
+// SPDX-License-Identifier: MIT
+//
+// The client extension against a server that breaks the protocol.
+#include "client/libppq.h"
+#include "client/ppqsettle.h"
+
+#include "tests/support/libpqowners.h"
+#include "tests/support/ordinaryanswers.h"
+
+#include <QtTest/QtTest>
+
+#include <memory>
+
+using namespace ServerMessage;
+
+namespace {
+
+constexpr char Run[] = "BDES";      // what PPQexecPrepared sends
+constexpr char Fetch[] = "ES";      // PPQfetch
+constexpr char CloseBoth[] = "CCS"; // PPQclose
+
+const char *const HangUp = "server closed the connection unexpectedly\n"
+                           "\tThis probably means the server terminated abnormally\n"
+                           "\tbefore or while processing the request.\n";
+
+// What the extension and libpq say.
+const char *const NoResult = "nothing | the server answered without a result\n";
+const char *const SeveralResults = "nothing | the server answered with more than one result\n";
+const char *const NoEnd = "nothing | the server answered with a result that has no end\n";
+const char *const EndsEarly =
+    "nothing | out of memory, or a message of the server ends too early\n";
+const char *const ServersError = "PGRES_FATAL_ERROR | ERROR:  no\n";
+const char *const RowWithoutColumns =
+    "PGRES_FATAL_ERROR | server sent data (\"D\" message) without prior row description (\"T\" "
+    "message)\n";
+const char *const FieldCount = "PGRES_FATAL_ERROR | unexpected field count in \"D\" message\n";
+const char *const ShortRow = "PGRES_FATAL_ERROR | insufficient data in \"D\" message\n";
+const char *const ShortDescription = "PGRES_FATAL_ERROR | insufficient data in \"T\" message\n";
+const char *const Suspended =
+    "PGRES_FATAL_ERROR | unexpected response from server; first received character was \"s\"\n";
+const char *const Unknown =
+    "PGRES_FATAL_ERROR | unexpected response from server; first received character was \"~\"\n";
+
+QList<Column> columns(int count)
+{
+    QList<Column> list;
+    for (int i = 0; i < count; ++i) {
+        Column column;
+        column.name = "c" + QByteArray::number(i);
+        list += column;
+    }
+    return list;
+}
+
+QByteArray description(int count = 1)
+{
+    return rowDescription(columns(count));
+}
+
+QByteArray number(qint64 value, int bytes)
+{
+    QByteArray text;
+    for (int shift = (bytes - 1) * 8; shift >= 0; shift -= 8) {
+        text += static_cast<char>(value >> shift);
+    }
+    return text;
+}
+
+/*! The message that starts \a bytes with another length word. */
+QByteArray withLength(QByteArray bytes, qint32 length)
+{
+    return bytes.replace(1, 4, number(length, 4));
+}
+
+/*! A DataRow that announces \a count fields, with \a fields as they stand. */
+QByteArray rawRow(int count, const QByteArray &fields)
+{
+    return message('D', number(count, 2) + fields);
+}
+
+QByteArray failure(const QByteArray &text)
+{
+    return errorResponse("XX000", text);
+}
+
+QByteArray copyResponse(char type)
+{
+    return message(type, QByteArray(3, '\0'));
+}
+
+QByteArray ready()
+{
+    return readyForQuery('I');
+}
+
+QByteArray textOfRows(const PGresult *result)
+{
+    QByteArray text = "rows";
+    for (int row = 0; row < PQntuples(result); ++row) {
+        for (int column = 0; column < PQnfields(result); ++column) {
+            text += column > 0 ? ',' : ' ';
+            text += PQgetisnull(result, row, column) ? QByteArray("NULL")
+                                                     : QByteArray(PQgetvalue(result, row, column));
+        }
+    }
+    const QByteArray tag = PQcmdStatus(const_cast<PGresult *>(result));
+    return text + " | " + (tag.isEmpty() ? QByteArray("suspended") : tag);
+}
+
+/*! A result, or what stands in its place, in one line for a table. */
+QByteArray textOf(const ResultPtr &result, PGconn *conn)
+{
+    if (!result) {
+        return "nothing | " + QByteArray(PQerrorMessage(conn));
+    }
+    switch (PQresultStatus(result.get())) {
+    case PGRES_TUPLES_OK:
+        return textOfRows(result.get());
+    case PGRES_COMMAND_OK:
+        return "done | " + QByteArray(PQcmdStatus(result.get()));
+    default:
+        return QByteArray(PQresStatus(PQresultStatus(result.get()))) + " | " +
+               QByteArray(PQresultErrorMessage(result.get()));
+    }
+}
+
+void ignoreNotice(void * /*unused*/, const PGresult * /*notice*/)
+{
+}
+
+} // namespace
+
+class tst_LibPpqPeer : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void cleanup();
+
+    void answersToARun_data();
+    void answersToARun();
+    void answersToAFetch_data();
+    void answersToAFetch();
+    void answersToAClose_data();
+    void answersToAClose();
+    void answersToAPlainQuery_data();
+    void answersToAPlainQuery();
+
+    void impossibleLengths_data();
+    void impossibleLengths();
+    void answersInPieces_data();
+    void answersInPieces();
+    void cutAnswers_data();
+    void cutAnswers();
+    void cutAnswersToACloseEndTheNextOperation();
+    void closeThatIsNeverAnswered();
+    void wordsOfAServerThatGoes();
+    void resetDuringALargeWrite();
+
+private:
+    void play(const QByteArray &types, const std::function<void(PeerLink &)> &instead);
+    void play(const QByteArray &types, const QByteArray &reply);
+    void connect();
+    ResultPtr run(int rows = 2) const
+    {
+        return ResultPtr(
+            PPQexecPrepared(conn.get(), rows, "st", "po", 0, nullptr, nullptr, nullptr, 1));
+    }
+    ResultPtr fetch(const ResultPtr &previous, int rows = 2) const
+    {
+        return ResultPtr(PPQfetch(conn.get(), rows, "po", previous.get()));
+    }
+    ResultPtr operate(const QString &operation);
+    QByteArray ask(const char *sql) const
+    {
+        return textOf(ResultPtr(PQexec(conn.get(), sql)), conn.get());
+    }
+    void checkConnection(bool usable);
+
+    std::atomic<bool> overdue{false};
+    std::unique_ptr<ScriptedPeer> peer;
+    RawConnectionPtr conn;
+};
+
+void tst_LibPpqPeer::cleanup()
+{
+    conn.reset();
+    peer.reset();
+    QVERIFY2(!overdue.exchange(false), "the client waited until the peer hung up");
+}
+
+// Five rows, "1" to "5".
+void tst_LibPpqPeer::play(const QByteArray &types, const std::function<void(PeerLink &)> &instead)
+{
+    PeerMoment moment;
+    moment.link = 0; // any
+    moment.types = types;
+    peer.reset(new ScriptedPeer(
+        ordinaryUntil(moment, instead,
+                      OrdinaryAnswers(columns(1), {{"1"}, {"2"}, {"3"}, {"4"}, {"5"}}), overdue)));
+    connect();
+}
+
+void tst_LibPpqPeer::play(const QByteArray &types, const QByteArray &reply)
+{
+    play(types, [reply](PeerLink &link) { link.send(reply); });
+}
+
+void tst_LibPpqPeer::connect()
+{
+    conn.reset(PQconnectdb(peer->conninfo().constData()));
+    PQsetNoticeReceiver(conn.get(), ignoreNotice, nullptr);
+    QCOMPARE(PQstatus(conn.get()), CONNECTION_OK);
+}
+
+void tst_LibPpqPeer::checkConnection(bool usable)
+{
+    QCOMPARE(ppqSettle(conn.get()), usable ? 1 : 0);
+    QCOMPARE(PQstatus(conn.get()), usable ? CONNECTION_OK : CONNECTION_BAD);
+    if (usable) {
+        QCOMPARE(ask("SELECT alive"), QByteArray("rows SELECT alive | SELECT 1"));
+        const ResultPtr first = run();
+        QCOMPARE(textOf(first, conn.get()), QByteArray("rows 1 2 | suspended"));
+        QCOMPARE(textOf(fetch(first), conn.get()), QByteArray("rows 3 4 | suspended"));
+    }
+}
+
+void tst_LibPpqPeer::answersToARun_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QByteArray>("expected");
+    QTest::addColumn<bool>("usable");
+    const QByteArray b = bindComplete();
+    const QByteArray t = description();
+    const QByteArray d = dataRow({"1"});
+    const QByteArray c = commandComplete("SELECT 1");
+    const QByteArray s = portalSuspended();
+    const QByteArray z = ready();
+    const auto add = [](const char *tag, const QByteArray &reply, const char *expected,
+                        bool usable = true) {
+        QTest::newRow(tag) << reply << QByteArray(expected) << usable;
+    };
+
+    // The order of the messages.
+    add("in order, to the end", b + t + d + c + z, "rows 1 | SELECT 1");
+    add("in order, suspended", b + t + d + s + z, "rows 1 | suspended");
+    add("bound twice", b + b + t + d + c + z, "rows 1 | SELECT 1");
+    add("never bound", t + d + c + z, "rows 1 | SELECT 1");
+    add("a close completed", b + closeComplete() + t + d + closeComplete() + c + z,
+        "rows 1 | SELECT 1");
+    add("a parse completed", parseComplete() + b + t + d + c + z, "rows 1 | SELECT 1");
+    add("row before description", b + d + t + c + z, RowWithoutColumns);
+    add("row without description", b + d + c + z, RowWithoutColumns);
+    add("row after the end", b + t + d + c + d + z, SeveralResults);
+    add("no rows and no description", b + c + z, "done | SELECT 1");
+    add("no data", b + noData() + c + z, "done | SELECT 1");
+    add("described twice", b + t + t + d + c + z, RowWithoutColumns);
+    add("described anew", b + t + d + description(2) + dataRow({"a", "b"}) + c + z,
+        RowWithoutColumns);
+    add("described at the end", b + t + d + t + z, SeveralResults);
+    add("description and no end", b + t + z, NoResult);
+    add("rows and no end", b + t + d + z, NoResult);
+    add("rows and an empty tag", b + t + d + commandComplete("") + z, NoEnd);
+    add("rows and another description", b + t + d + t + z, SeveralResults);
+    add("no columns and an empty tag", b + noData() + commandComplete("") + z, NoEnd);
+    add("parameters and no end", b + parameterDescription({25}) + z, NoResult);
+    add("ended twice", b + t + d + c + c + z, SeveralResults);
+    add("ready first", z + b + t + d + c + z, NoResult);
+    add("ready twice", b + t + d + c + z + z, "rows 1 | SELECT 1");
+    add("ready in between", b + t + z + d + c + z, NoResult);
+    add("ready and nothing else", z, NoResult);
+    add("empty query", b + emptyQueryResponse() + z, "PGRES_EMPTY_QUERY | ");
+    add("rows and then an empty query", b + t + d + emptyQueryResponse() + z, NoEnd);
+    add("parameters described", b + parameterDescription({25}) + t + d + c + z, RowWithoutColumns);
+    add("login asked for", b + authentication(3) + t + d + c + z,
+        "PGRES_FATAL_ERROR | unexpected response from server; first received character was "
+        "\"R\"\n");
+    add("key of the backend", b + backendKeyData(1, 2) + t + d + c + z, "rows 1 | SELECT 1");
+    add("unknown type", b + t + message('~') + d + c + z, Unknown);
+    add("function's result", b + t + message('V', number(-1, 4)) + d + c + z,
+        "PGRES_FATAL_ERROR | unexpected response from server; first received character was "
+        "\"V\"\n");
+
+    // Suspended where nothing is.
+    add("suspended before the description", b + s + t + d + c + z, Suspended);
+    add("suspended and nothing else", s + z, Suspended);
+    add("suspended after the end", b + t + d + c + s + z, Suspended);
+    add("suspended twice", b + t + d + s + s + z, Suspended);
+    add("suspended and then ended", b + t + d + s + c + z, SeveralResults);
+    add("suspended, with a body", b + t + d + message('s', "x") + z, Suspended);
+    add("suspended, rows go on", b + t + d + s + d + s + z, RowWithoutColumns);
+
+    // Descriptions and rows that don't agree.
+    add("fewer fields", b + description(2) + d + c + z, FieldCount);
+    add("more fields", b + t + dataRow({"1", "2"}) + c + z, FieldCount);
+    add("no field", b + t + dataRow({}) + c + z, FieldCount);
+    add("fields: -1", b + t + rawRow(-1, "") + c + z, FieldCount);
+    add("fields: 32767", b + t + rawRow(32767, number(1, 4) + "1") + c + z, FieldCount);
+    add("columns: -1", b + message('T', number(-1, 2)) + d + c + z, ShortDescription);
+    add("columns: 32767", b + message('T', number(32767, 2)) + d + c + z, ShortDescription);
+    add("columns: one more than told", b + message('T', number(2, 2) + t.mid(7)) + d + c + z,
+        ShortDescription);
+    add("columns: one less than told", b + message('T', number(0, 2) + t.mid(7)) + d + c + z,
+        "PGRES_FATAL_ERROR | message contents do not agree with length in message type \"T\"\n");
+    add("no columns", b + description(0) + dataRow({}) + c + z, "rows | SELECT 1");
+    add("field longer than its row", b + t + rawRow(1, number(9, 4) + "1") + c + z, ShortRow);
+    add("field of 2^31-1 bytes", b + t + rawRow(1, number(0x7fffffff, 4) + "1") + c + z, ShortRow);
+    add("field shorter than its row", b + t + rawRow(1, number(1, 4) + "123") + c + z,
+        "PGRES_FATAL_ERROR | message contents do not agree with length in message type \"D\"\n");
+    add("field length -2", b + t + rawRow(1, number(-2, 4)) + c + z, "rows NULL | SELECT 1");
+    add("field length cut", b + t + rawRow(1, "\1") + c + z, ShortRow);
+    add("row without a count", b + t + message('D') + c + z, ShortRow);
+    add("good row behind a bad one", b + t + rawRow(2, "") + d + c + z, FieldCount);
+
+    // Whole messages that end inside.
+    add("tag without its end", b + t + d + message('C', "SELECT 1") + z, EndsEarly, false);
+    add("tag missing", b + t + d + message('C') + z, EndsEarly, false);
+    add("error without its end", b + message('E', "SERROR") + z, EndsEarly, false);
+    add("notice without its end", b + message('N', "SNOTICE") + t + d + c + z, EndsEarly, false);
+    add("parameter without a value", b + message('S', QByteArray("a\0", 2)) + t + d + c + z,
+        EndsEarly, false);
+    add("notification cut", b + message('A', "123") + t + d + c + z, EndsEarly, false);
+    add("key cut", b + message('K', "123") + t + d + c + z, EndsEarly, false);
+    add("ready without a state", b + t + d + c + message('Z'), EndsEarly, false);
+    add("state of no kind", b + t + d + c + readyForQuery('?'), "rows 1 | SELECT 1");
+    add("tag with a rest", b + t + d + message('C', QByteArray("SELECT 1\0rest\0", 14)) + z,
+        "PGRES_FATAL_ERROR | message contents do not agree with length in message type \"C\"\n");
+    add("bind completed with a body", message('2', "body") + t + d + c + z,
+        "PGRES_FATAL_ERROR | message contents do not agree with length in message type \"2\"\n");
+
+    // Errors.
+    add("error first", failure("no") + z, ServersError);
+    add("error for the run", b + t + failure("no") + z, ServersError);
+    add("error in the page", b + t + d + failure("no") + z, ServersError);
+    add("error after the page", b + t + d + s + failure("no") + z, ServersError);
+    add("error after the end", b + t + d + c + failure("no") + z, ServersError);
+    add("error and then rows", b + failure("no") + t + d + c + z, ServersError);
+    add("error without fields", b + message('E', QByteArray(1, '\0')) + z,
+        "PGRES_FATAL_ERROR | no error message available\n");
+
+    // What may come at any time.
+    add("notice in the page", b + t + d + noticeResponse("n") + d + c + z, "rows 1 1 | SELECT 1");
+    add("parameter in the page", b + t + d + parameterStatus("a", "b") + d + s + z,
+        "rows 1 1 | suspended");
+    add("notification in the page", b + t + d + notificationResponse(1, "c", "p") + d + s + z,
+        "rows 1 1 | suspended");
+    add("notice between suspended and ready", b + t + d + s + noticeResponse("n") + z,
+        "rows 1 | suspended");
+
+    // Copies.
+    add("copy in", b + copyResponse('G'), "PGRES_COPY_IN | ");
+    add("copy out", b + copyResponse('H') + message('c') + c + z, "PGRES_COPY_OUT | ");
+    add("copy both", b + copyResponse('W') + z, "PGRES_COPY_BOTH | ", false);
+    add("copy in after rows", b + t + d + copyResponse('G'), "PGRES_COPY_IN | ");
+    add("copy data among the rows", b + t + message('d', "x") + d + message('c') + c + z,
+        "rows 1 | SELECT 1");
+}
+
+void tst_LibPpqPeer::answersToARun()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(QByteArray, expected);
+    QFETCH(bool, usable);
+    play(Run, reply);
+    QCOMPARE(textOf(run(), conn.get()), expected);
+    checkConnection(usable);
+}
+
+void tst_LibPpqPeer::answersToAFetch_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QByteArray>("expected");
+    QTest::addColumn<bool>("usable");
+    const QByteArray t = description();
+    const QByteArray d = dataRow({"8"});
+    const QByteArray c = commandComplete("SELECT 1");
+    const QByteArray s = portalSuspended();
+    const QByteArray z = ready();
+    const auto add = [](const char *tag, const QByteArray &reply, const char *expected,
+                        bool usable = true) {
+        QTest::newRow(tag) << reply << QByteArray(expected) << usable;
+    };
+    add("in order, to the end", d + c + z, "rows 8 | SELECT 1");
+    add("in order, suspended", d + s + z, "rows 8 | suspended");
+    add("suspended without rows", s + z, "rows | suspended");
+    add("suspended twice", d + s + s + z, Suspended);
+    add("rows and no end", d + z, NoResult);
+    add("ready and nothing else", z, NoResult);
+    add("ready first", z + d + c + z, NoResult);
+    add("ready twice", d + c + z + z, "rows 8 | SELECT 1");
+    add("no rows and no tag", commandComplete("") + z, NoEnd);
+    add("described again", t + d + c + z, RowWithoutColumns);
+    add("described otherwise", description(2) + dataRow({"a", "b"}) + c + z, RowWithoutColumns);
+    add("more rows than asked for", d + d + d + s + z, "rows 8 8 8 | suspended");
+    add("more fields", dataRow({"1", "2"}) + s + z, FieldCount);
+    add("no field", dataRow({}) + s + z, FieldCount);
+    add("fields: -1", rawRow(-1, "") + s + z, FieldCount);
+    add("field longer than its row", rawRow(1, number(9, 4) + "1") + s + z, ShortRow);
+    add("error first", failure("no") + z, ServersError);
+    add("error in the page", d + failure("no") + z, ServersError);
+    add("error after the page", d + s + failure("no") + z, ServersError);
+    add("error and then rows", failure("no") + d + s + z, ServersError);
+    add("empty query", d + emptyQueryResponse() + z, NoEnd);
+    add("unknown type", d + message('~') + d + s + z, Unknown);
+    add("copy in", copyResponse('G'), "PGRES_COPY_IN | ");
+    add("copy out", copyResponse('H') + message('c') + c + z, "PGRES_COPY_OUT | ");
+    add("copy both", copyResponse('W') + z, "PGRES_COPY_BOTH | ", false);
+    add("tag without its end", d + message('C', "SELECT 1") + z, EndsEarly, false);
+    add("no data", noData() + d + c + z, "rows 8 | SELECT 1");
+    add("bound", bindComplete() + d + c + z, "rows 8 | SELECT 1");
+}
+
+void tst_LibPpqPeer::answersToAFetch()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(QByteArray, expected);
+    QFETCH(bool, usable);
+    play(Fetch, reply);
+    const ResultPtr first = run();
+    QCOMPARE(textOf(first, conn.get()), QByteArray("rows 1 2 | suspended"));
+    QCOMPARE(textOf(fetch(first), conn.get()), expected);
+    QCOMPARE(textOf(first, conn.get()), QByteArray("rows 1 2 | suspended"));
+    checkConnection(usable);
+}
+
+void tst_LibPpqPeer::answersToAClose_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<bool>("usable");
+    const QByteArray done = closeComplete();
+    const QByteArray z = ready();
+    const auto add = [](const char *tag, const QByteArray &reply, bool usable = true) {
+        QTest::newRow(tag) << reply << usable;
+    };
+    add("in order", done + done + z);
+    add("nothing closed", z);
+    add("closed once more", done + done + done + z);
+    add("suspended", done + portalSuspended() + done + z);
+    add("suspended for an answer", portalSuspended() + z);
+    add("suspended with a body", message('s', "xx") + z);
+    add("rows", description() + dataRow({"1"}) + commandComplete("SELECT 1") + z);
+    add("rows, suspended", description() + dataRow({"1"}) + portalSuspended() + z);
+    add("row without description", done + dataRow({"1"}) + z);
+    add("tag", done + commandComplete("CLOSE") + done + z);
+    add("ready twice", done + done + z + z);
+    add("portal's fails", failure("no") + z);
+    add("statement's fails", done + failure("no") + z);
+    add("error and then success", failure("no") + done + done + z);
+    add("unknown type", done + message('~') + done + z);
+    add("copy in", copyResponse('G'));
+    add("copy out", copyResponse('H') + message('c') + commandComplete("COPY") + z);
+    add("copy both", copyResponse('W') + z, false);
+    add("notice, parameter, notification", noticeResponse("n") + done + parameterStatus("a", "b") +
+                                               done + notificationResponse(1, "c", "p") + z);
+}
+
+void tst_LibPpqPeer::answersToAClose()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(bool, usable);
+    play(CloseBoth, reply);
+    QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+    QCOMPARE(ppqSettle(conn.get()), usable ? 1 : 0);
+    checkConnection(usable);
+    connect();
+    QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+    QCOMPARE(static_cast<bool>(run()), usable);
+    checkConnection(usable);
+}
+
+// libpq's own calls go without the extension, which must work behind whatever they leave.
+void tst_LibPpqPeer::answersToAPlainQuery_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QByteArray>("expected");
+    const QByteArray rows = description() + dataRow({"1"});
+    const QByteArray c = commandComplete("SELECT 1");
+    QTest::newRow("suspended") << rows + portalSuspended() + ready() << QByteArray(Suspended);
+    QTest::newRow("suspended, and then ended")
+        << rows + portalSuspended() + c + ready() << QByteArray("done | SELECT 1");
+    QTest::newRow("rows and no end") << rows + ready() << QByteArray("nothing | ");
+    QTest::newRow("ready twice") << rows + c + ready() + ready() << QByteArray("rows 1 | SELECT 1");
+    QTest::newRow("ready and rows") << ready() + rows + c + ready() << QByteArray("nothing | ");
+}
+
+void tst_LibPpqPeer::answersToAPlainQuery()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(QByteArray, expected);
+    play("Q", reply);
+    QCOMPARE(ask("SELECT 1"), expected);
+    checkConnection(true);
+}
+
+void tst_LibPpqPeer::impossibleLengths_data()
+{
+    QTest::addColumn<QByteArray>("types");
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("bad");
+    struct Kind
+    {
+        const char *name;
+        QByteArray message;
+    };
+    const QByteArray b = bindComplete();
+    const QByteArray t = description();
+    const QList<Kind> ofARun{{"bind", b},
+                             {"description", t},
+                             {"row", dataRow({"1"})},
+                             {"tag", commandComplete("SELECT 1")},
+                             {"suspended", portalSuspended()},
+                             {"error", failure("no")},
+                             {"notice", noticeResponse("n")},
+                             {"parameter", parameterStatus("a", "b")},
+                             {"notification", notificationResponse(1, "c", "p")},
+                             {"ready", ready()},
+                             {"close", closeComplete()},
+                             {"unknown", message('~')}};
+    const QList<QPair<const char *, qint32>> lengths{
+        {"-1", -1}, {"0", 0}, {"3", 3}, {"2^31-1", 0x7fffffff}, {"-2^31", -0x7fffffff - 1}};
+    for (const Kind &kind : ofARun) {
+        for (const auto &length : lengths) {
+            const QByteArray bad = withLength(kind.message, length.second);
+            const QByteArray tag = QByteArray(kind.name) + ' ' + length.first;
+            QTest::newRow((tag + " in a run").constData()) << QByteArray(Run) << b + t << bad;
+            QTest::newRow((tag + " in a fetch").constData())
+                << QByteArray(Fetch) << dataRow({"1"}) << bad;
+            QTest::newRow((tag + " in a close").constData())
+                << QByteArray(CloseBoth) << closeComplete() << bad;
+        }
+    }
+}
+
+ResultPtr tst_LibPpqPeer::operate(const QString &operation)
+{
+    if (operation == QLatin1String(Run)) {
+        return run();
+    }
+    if (operation == QLatin1String(Fetch)) {
+        return fetch(run());
+    }
+    PPQclose(conn.get(), "po", "st");
+    return run();
+}
+
+void tst_LibPpqPeer::impossibleLengths()
+{
+    QFETCH(QByteArray, types);
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, bad);
+    play(types, before + bad + commandComplete("SELECT 1") + ready());
+    QVERIFY(!operate(types));
+    const QByteArray message = PQerrorMessage(conn.get());
+    QVERIFY2(message.contains("lost synchronization with server: got message type"), message);
+    checkConnection(false);
+}
+
+void tst_LibPpqPeer::answersInPieces_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::newRow("1 byte") << 1;
+    QTest::newRow("2 bytes") << 2;
+    QTest::newRow("5 bytes") << 5;
+    QTest::newRow("16 kB") << 16384;
+}
+
+void tst_LibPpqPeer::answersInPieces()
+{
+    QFETCH(int, size);
+    // Longer than libpq's first buffer, in a row and in all, and full of the type byte.
+    const QByteArray length(size < 16 ? 300 : 100000, 's');
+    const QByteArray page =
+        dataRow({length}) + noticeResponse("n") + dataRow({"2"}) + portalSuspended() + ready();
+    const auto send = [size](const QByteArray &bytes) {
+        return [size, bytes](PeerLink &link) { link.sendInPieces(bytes, size); };
+    };
+    play(Run, send(bindComplete() + description() + page));
+    QCOMPARE(textOf(run(), conn.get()), "rows " + length + " 2 | suspended");
+    checkConnection(true);
+    play(Fetch, send(page));
+    QCOMPARE(textOf(fetch(run()), conn.get()), "rows " + length + " 2 | suspended");
+    checkConnection(true);
+}
+
+void tst_LibPpqPeer::cutAnswers_data()
+{
+    QTest::addColumn<QByteArray>("types");
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<bool>("byReset");
+    const QByteArray rows = dataRow({"1"}) + dataRow({"2"});
+    const QByteArray described = bindComplete() + description();
+    const QByteArray suspended = portalSuspended() + ready();
+    const QByteArray ended = commandComplete("SELECT 2") + ready();
+    for (const bool reset : {false, true}) {
+        const char *const tags[][2] = {{"run, suspended", "run, suspended, reset"},
+                                       {"run to the end", "run to the end, reset"},
+                                       {"fetch, suspended", "fetch, suspended, reset"},
+                                       {"fetch to the end", "fetch to the end, reset"},
+                                       {"error", "error, reset"}};
+        int i = 0;
+        const auto add = [&](const char *types, const QByteArray &reply) {
+            QTest::newRow(tags[i++][reset ? 1 : 0]) << QByteArray(types) << reply << reset;
+        };
+        add(Run, described + rows + suspended);
+        add(Run, described + rows + ended);
+        add(Fetch, rows + suspended);
+        add(Fetch, rows + ended);
+        add(Run, bindComplete() + failure("no") + ready());
+    }
+}
+
+// At every byte.
+void tst_LibPpqPeer::cutAnswers()
+{
+    QFETCH(QByteArray, types);
+    QFETCH(QByteArray, reply);
+    QFETCH(bool, byReset);
+    play(types, [reply, byReset](PeerLink &link) {
+        link.send(reply.left(link.number() - 1));
+        byReset ? link.reset() : link.hangUp();
+    });
+    for (int length = 0; length < reply.size(); ++length) {
+        QVERIFY2(!operate(types), QByteArray::number(length));
+        QVERIFY(QByteArray(PQerrorMessage(conn.get())).size() > 0);
+        checkConnection(false);
+        connect();
+    }
+}
+
+void tst_LibPpqPeer::cutAnswersToACloseEndTheNextOperation()
+{
+    const QByteArray reply = closeComplete() + closeComplete() + ready();
+    play(CloseBoth, [reply](PeerLink &link) {
+        link.send(reply.left(link.number() - 1));
+        link.hangUp();
+    });
+    for (int length = 0; length < reply.size(); ++length) {
+        QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+        QCOMPARE(ppqSettle(conn.get()), 0);
+        checkConnection(false);
+        connect();
+    }
+}
+
+void tst_LibPpqPeer::closeThatIsNeverAnswered()
+{
+    play(CloseBoth, [](PeerLink &link) {
+        QThread::msleep(200); // the next operation waits; were it late, it would find the same
+        link.hangUp();
+    });
+    QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+    QVERIFY(!run());
+    QCOMPARE(QByteArray(PQerrorMessage(conn.get())), QByteArray(HangUp));
+    checkConnection(false);
+}
+
+void tst_LibPpqPeer::wordsOfAServerThatGoes()
+{
+    play(Run, [](PeerLink &link) {
+        link.send(bindComplete() + description() + dataRow({"1"}) +
+                  errorResponse("57P01", "going down", "FATAL"));
+        link.hangUp();
+    });
+    QVERIFY(!run());
+    QCOMPARE(QByteArray(PQerrorMessage(conn.get())), QByteArray("FATAL:  going down\n") + HangUp);
+    checkConnection(false);
+}
+
+void tst_LibPpqPeer::resetDuringALargeWrite()
+{
+    play("PS", [](PeerLink &link) {
+        link.send(parseComplete() + ready());
+        link.awaitByte(); // of the Bind, of which nothing is read
+        link.reset();
+    });
+    QCOMPARE(PQresultStatus(ResultPtr(PQprepare(conn.get(), "st", "SELECT", 0, nullptr)).get()),
+             PGRES_COMMAND_OK);
+    const QByteArray large(8 * 1024 * 1024, 'x');
+    const char *const values[] = {large.constData()};
+    const ResultPtr result(
+        PPQexecPrepared(conn.get(), 2, "st", "po", 1, values, nullptr, nullptr, 1));
+    QVERIFY(!result);
+    QVERIFY(QByteArray(PQerrorMessage(conn.get())).size() > 0);
+    checkConnection(false);
+}
+
+QTEST_GUILESS_MAIN(tst_LibPpqPeer)
+#include "tst_libppq_peer.moc"
