@@ -41,7 +41,8 @@ QSharedPointer<Dorvy3Connection> Dorvy3Transacted::hlpTakeValid(const QString &c
     }
     while (!spares->isEmpty()) {
         QSharedPointer<Dorvy3Connection> connection = spares->takeLast();
-        if (connection && connection->isAlive()) {
+        // Settled here, a connection that cannot go on is passed over.
+        if (connection && connection->isAlive() && connection->settle()) {
             return connection;
         }
     }

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int ModifierHeader = 4; // a type modifier counts the length word of the value
-constexpr int NumericScaleMask = 0xFFFF;
+constexpr uint NumericScaleMask = 0xFFFF;
 constexpr int NumericPrecisionShift = 16;
 constexpr int MillisecondDigits = 3; // what QDateTime holds of a second
 constexpr int UuidTextLength = 38;   // as QUuid::toString writes it, with braces
@@ -24,6 +24,12 @@ struct Dimensions
     int length;
     int precision;
 };
+
+// Unsigned, as the least modifiers have nothing below them.
+int hlpNumericScale(uint modifier)
+{
+    return static_cast<int>((modifier - ModifierHeader) & NumericScaleMask);
+}
 
 // size: bytes of the type, -1 if they vary. modifier: -1 if the column has none.
 Dimensions hlpDimensions(int oid, int size, int modifier)
@@ -39,7 +45,7 @@ Dimensions hlpDimensions(int oid, int size, int modifier)
         if (modifier == -1) {
             return {size, modifier};
         }
-        return {modifier >> NumericPrecisionShift, (modifier - ModifierHeader) & NumericScaleMask};
+        return {modifier >> NumericPrecisionShift, hlpNumericScale(static_cast<uint>(modifier))};
     case Dorvy3Oid::Uuid:
         return {UuidTextLength, modifier};
     default:
