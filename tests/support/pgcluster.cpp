@@ -90,12 +90,13 @@ bool PgCluster::hlpMakeFolder()
     return true;
 }
 
-bool PgCluster::hlpStartKeeper()
+// data says where the data folder comes from: an option of initdb, or of the keeper.
+bool PgCluster::hlpStartKeeper(const QString &data)
 {
     keeper.setWorkingDirectory(QStringLiteral("/"));
     keeper.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    keeper.start(QStringLiteral("setsid"), {QStringLiteral(DORVY_KEEP_CLUSTER), hlpBinDir(), folder,
-                                            QStringLiteral("--locale=C.UTF-8")});
+    keeper.start(QStringLiteral("setsid"),
+                 {QStringLiteral(DORVY_KEEP_CLUSTER), hlpBinDir(), folder, data});
     if (!keeper.waitForStarted(StartMsec)) {
         return hlpFail(QStringLiteral("the keeper does not start"));
     }
@@ -130,8 +131,11 @@ bool PgCluster::hlpConfigure(const QStringList &settings) const
     lines += settings;
     const QByteArray access = "local all +passworded scram-sha-256\n"
                               "host all +passworded 127.0.0.1/32 scram-sha-256\n"
+                              "host all +passworded ::1/128 scram-sha-256\n"
                               "local all all trust\n"
-                              "host all all 127.0.0.1/32 trust\n";
+                              "local replication all trust\n"
+                              "host all all 127.0.0.1/32 trust\n"
+                              "host all all ::1/128 trust\n";
     const QString data = folder + QStringLiteral("/data/");
     return hlpWrite(data + QStringLiteral("postgresql.conf"),
                     lines.join(QLatin1Char('\n')).toUtf8() + '\n',
@@ -157,24 +161,70 @@ bool PgCluster::hlpAwait(int logLines) const
     return false;
 }
 
-bool PgCluster::start(const QStringList &settings)
+// The server's own file and words changed in PostgreSQL 12.
+bool PgCluster::hlpFollow(const PgCluster &primary) const
 {
-    if (!hlpMakeFolder() || !hlpStartKeeper()) {
-        return false;
+    const QString from =
+        QString::fromUtf8(primary.conninfo()).replace(QLatin1Char('\''), QLatin1String("''"));
+    const QByteArray line = QStringLiteral("primary_conninfo = '%1'\n").arg(from).toUtf8();
+    if (primary.major() < 12) {
+        writeFile(QStringLiteral("recovery.conf"), "standby_mode = on\n" + line);
+        return true;
     }
-    if (!hlpConfigure(settings)) {
-        return hlpFail(QStringLiteral("cannot write the configuration"));
-    }
-    // Another program may take a free port before the server does.
+    writeFile(QStringLiteral("standby.signal"), QByteArray());
+    return hlpWrite(folder + QStringLiteral("/data/postgresql.conf"), line,
+                    QIODevice::WriteOnly | QIODevice::Append);
+}
+
+// Another program may take a free port before the server does.
+bool PgCluster::hlpStartServer()
+{
     for (int attempt = 0; attempt < PortAttempts; ++attempt) {
         serverPort = hlpFreePort();
         if (restart()) {
-            run(QStringLiteral("CREATE ROLE passworded"));
             return true;
         }
         stop();
     }
     return false;
+}
+
+bool PgCluster::start(const QStringList &settings)
+{
+    if (!hlpMakeFolder() || !hlpStartKeeper(QStringLiteral("--locale=C.UTF-8"))) {
+        return false;
+    }
+    if (!hlpConfigure(settings)) {
+        return hlpFail(QStringLiteral("cannot write the configuration"));
+    }
+    if (!hlpStartServer()) {
+        return false;
+    }
+    run(QStringLiteral("CREATE ROLE passworded"));
+    return true;
+}
+
+bool PgCluster::startStandbyOf(PgCluster &primary)
+{
+    primary.stop(); // the files of a running server are no whole
+    const bool copied =
+        hlpMakeFolder() && hlpStartKeeper(QStringLiteral("--copy-of=") + primary.folder);
+    if (!primary.restart()) {
+        return hlpFail(primary.why());
+    }
+    if (!copied) {
+        return false;
+    }
+    if (!hlpConfigure({QStringLiteral("wal_retrieve_retry_interval = '200ms'")}) ||
+        !hlpFollow(primary)) {
+        return hlpFail(QStringLiteral("cannot write the configuration"));
+    }
+    return hlpStartServer();
+}
+
+void PgCluster::promote()
+{
+    hlpAsk(QStringLiteral("promote"));
 }
 
 bool PgCluster::restart()

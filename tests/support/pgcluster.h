@@ -11,9 +11,9 @@
 
 /*!
     A PostgreSQL cluster of its own, in a private folder under the temporary directory, reachable
-    through a Unix socket in that folder and a TCP port on loopback. The superuser is "dorvy" and
+    through a Unix socket in that folder and a TCP port on 127.0.0.1. The superuser is "dorvy" and
     needs no password; members of the role "passworded" log in with SCRAM-SHA-256, on either way.
-    Fsync is off.
+    What the server is told to listen on besides, on loopback, lets in the same. Fsync is off.
 
     When the tests run as root, the server runs as "nobody", since PostgreSQL refuses root. The
     programs come from the folder in the environment variable DORVY_TEST_PGBIN, or from the
@@ -33,6 +33,15 @@ public:
         on failure; why() says why.
     */
     bool start(const QStringList &settings = QStringList());
+
+    /*!
+        Makes a hot standby of \a primary and starts it. The primary is stopped for as long as its
+        data are copied. False on failure; why() says why.
+    */
+    bool startStandbyOf(PgCluster &primary);
+
+    /*! Ends the recovery of a standby: from then on it takes writes. */
+    void promote();
 
     /*! Stops the server; \a mode is "fast" or "immediate". The data stay. */
     void stop(const QString &mode = QStringLiteral("fast"));
@@ -90,10 +99,12 @@ private:
 
     bool hlpFail(const QString &text);
     bool hlpMakeFolder();
-    bool hlpStartKeeper();
+    bool hlpStartKeeper(const QString &data);
     QString hlpAsk(const QString &command);
     bool hlpConfigure(const QStringList &settings) const;
+    bool hlpFollow(const PgCluster &primary) const;
     bool hlpAwait(int logLines) const;
+    bool hlpStartServer();
 
     QProcess keeper;
     QString folder;

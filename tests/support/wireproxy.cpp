@@ -26,14 +26,14 @@ constexpr int StepMsec = 5;
 constexpr quint32 SslRequest = 80877103; // PostgreSQL protocol 3.0, message formats
 constexpr quint32 GssRequest = 80877104;
 
-int hlpListen(int &port)
+int hlpListen(const QString &host, int &port)
 {
     const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     sockaddr_in address = {};
     socklen_t size = sizeof(address);
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(descriptor, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
+    if (inet_pton(AF_INET, host.toLatin1().constData(), &address.sin_addr) != 1 ||
+        bind(descriptor, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
         listen(descriptor, 16) != 0 ||
         getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
         qFatal("the proxy cannot listen");
@@ -68,8 +68,9 @@ quint32 hlpLength(const QByteArray &bytes, int at)
 
 } // namespace
 
-WireProxy::WireProxy(const QString &serverSocketDir, int serverPort)
+WireProxy::WireProxy(const QString &serverSocketDir, int serverPort, const QString &address)
     : serverPath(QFile::encodeName(serverSocketDir) + "/.s.PGSQL." + QByteArray::number(serverPort))
+    , listenAddress(address)
     , listener(-1)
     , listenPort(0)
     , connections(0)
@@ -79,7 +80,7 @@ WireProxy::WireProxy(const QString &serverSocketDir, int serverPort)
     , cutWanted(false)
     , stopWanted(false)
 {
-    listener = hlpListen(listenPort);
+    listener = hlpListen(listenAddress, listenPort);
     thread = std::thread(&WireProxy::hlpServe, this);
 }
 
@@ -95,8 +96,9 @@ WireProxy::~WireProxy()
 
 QByteArray WireProxy::conninfo(const QString &database) const
 {
-    return QStringLiteral("host=127.0.0.1 port=%1 user=dorvy dbname=%2 sslmode=disable "
+    return QStringLiteral("host=%1 port=%2 user=dorvy dbname=%3 sslmode=disable "
                           "gssencmode=disable")
+        .arg(host())
         .arg(port())
         .arg(database)
         .toLatin1();

@@ -17,19 +17,21 @@
 #include <thread>
 
 /*!
-    A proxy on a TCP port of loopback for the server behind a Unix socket. It refuses TLS and GSS,
-    so that it can read everything, and records each message before it passes it on: what a client
-    has an answer to has been recorded.
+    A proxy on a TCP port for the server behind a Unix socket. It refuses TLS and GSS, so that it
+    can read everything, and records each message before it passes it on: what a client has an
+    answer to has been recorded. It listens on loopback, or on another \a address of the network
+    namespace that it is made in.
 
     It has a thread of its own; every operation may be called from the test's thread.
 */
 class WireProxy
 {
 public:
-    WireProxy(const QString &serverSocketDir, int serverPort);
+    WireProxy(const QString &serverSocketDir, int serverPort,
+              const QString &address = QStringLiteral("127.0.0.1"));
     ~WireProxy();
 
-    QString host() const { return QStringLiteral("127.0.0.1"); }
+    QString host() const { return listenAddress; }
     int port() const { return listenPort; }
 
     /*! A connection string for libpq, through the proxy, as the superuser. */
@@ -123,6 +125,7 @@ private:
     void hlpStep();
 
     QByteArray serverPath;
+    QString listenAddress;
     int listener;
     int listenPort;
     int connections;
