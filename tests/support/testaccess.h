@@ -27,6 +27,12 @@ struct Dorvy3TestAccess
     }
 
     // The database handle.
+    static QString composedString(const Dorvy3Database &database, const QString &db,
+                                  const QString &user, const QString &password, const QString &host,
+                                  int port, const QString &connOpts)
+    {
+        return database.hlpConnectionString(db, user, password, host, port, connOpts);
+    }
     static QString connectionString(const Dorvy3Database &database)
     {
         return database.connectionString;
