@@ -26,6 +26,9 @@ sub functions {
         while ($source =~ /^void tst_\w+::(\w+)\(\)\n\{\n(.*?)^\}/msg) {
             $found{$program}{$1} = $2;
         }
+        while ($source =~ /^    void (\w+)\(\) \{ (.*) \}$/mg) {
+            $found{$program}{$1} = $2;
+        }
     }
     return %found;
 }
