@@ -24,6 +24,8 @@ const char *const HangUp = "server closed the connection unexpectedly\n"
                            "\tThis probably means the server terminated abnormally\n"
                            "\tbefore or while processing the request.\n";
 
+constexpr int MoreThanSocketsHold = 8 * 1024 * 1024; // bytes
+
 // What the extension and libpq say.
 const char *const NoResult = "nothing | the server answered without a result\n";
 const char *const SeveralResults = "nothing | the server answered with more than one result\n";
@@ -157,8 +159,14 @@ private slots:
     void closeThatIsNeverAnswered();
     void wordsOfAServerThatGoes();
     void resetDuringALargeWrite();
+    void resetDuringALongClose_data();
+    void resetDuringALongClose();
+    void resetDuringALongFetch();
+    void resetDuringARepeatedClose();
+    void largeWriteOfANonblockingConnection();
 
 private:
+    void playPageAndReset();
     void play(const QByteArray &types, const std::function<void(PeerLink &)> &instead);
     void play(const QByteArray &types, const QByteArray &reply);
     void connect();
@@ -676,13 +684,87 @@ void tst_LibPpqPeer::resetDuringALargeWrite()
     });
     QCOMPARE(PQresultStatus(ResultPtr(PQprepare(conn.get(), "st", "SELECT", 0, nullptr)).get()),
              PGRES_COMMAND_OK);
-    const QByteArray large(8 * 1024 * 1024, 'x');
+    const QByteArray large(MoreThanSocketsHold, 'x');
     const char *const values[] = {large.constData()};
     const ResultPtr result(
         PPQexecPrepared(conn.get(), 2, "st", "po", 1, values, nullptr, nullptr, 1));
     QVERIFY(!result);
     QVERIFY(QByteArray(PQerrorMessage(conn.get())).size() > 0);
     checkConnection(false);
+}
+
+// Names are the only part of the other messages that can outgrow libpq's buffer, so that they are
+// sent, and can fail, while they are put together.
+void tst_LibPpqPeer::playPageAndReset()
+{
+    play("BDES", [](PeerLink &link) {
+        link.send(bindComplete() + description() + dataRow({"1"}) + portalSuspended() + ready());
+        link.awaitByte();
+        link.reset();
+    });
+}
+
+void tst_LibPpqPeer::resetDuringALongClose_data()
+{
+    QTest::addColumn<QByteArray>("portal");
+    QTest::addColumn<QByteArray>("statement");
+    const QByteArray name(MoreThanSocketsHold, 'x');
+
+    QTest::newRow("portal") << name << QByteArray();
+    QTest::newRow("statement") << QByteArray() << name;
+    QTest::newRow("statement behind its portal") << QByteArray("po") << name;
+}
+
+void tst_LibPpqPeer::resetDuringALongClose()
+{
+    QFETCH(QByteArray, portal);
+    QFETCH(QByteArray, statement);
+    playPageAndReset();
+    QCOMPARE(textOf(run(), conn.get()), QByteArray("rows 1 | suspended"));
+    const int queued = PPQclose(conn.get(), portal.isEmpty() ? nullptr : portal.constData(),
+                                statement.isEmpty() ? nullptr : statement.constData());
+    // libpq may keep the failure of a write back until it waits for an answer.
+    QVERIFY(queued == 0 || statement.isEmpty());
+    checkConnection(false);
+    QVERIFY(*PQerrorMessage(conn.get()));
+}
+
+void tst_LibPpqPeer::resetDuringALongFetch()
+{
+    playPageAndReset();
+    const ResultPtr first = run();
+    QCOMPARE(textOf(first, conn.get()), QByteArray("rows 1 | suspended"));
+    const QByteArray name(MoreThanSocketsHold, 'x');
+    QVERIFY(!ResultPtr(PPQfetch(conn.get(), 2, name.constData(), first.get())));
+    QVERIFY(*PQerrorMessage(conn.get()));
+    checkConnection(false);
+}
+
+void tst_LibPpqPeer::resetDuringARepeatedClose()
+{
+    play("CCS", [](PeerLink &link) {
+        link.send(failure("the portal cannot be closed") + ready());
+        link.awaitByte();
+        link.reset();
+    });
+    const ResultPtr first = run();
+    QCOMPARE(textOf(first, conn.get()), QByteArray("rows 1 2 | suspended"));
+    const QByteArray name(MoreThanSocketsHold, 'x');
+    QCOMPARE(PPQclose(conn.get(), "po", name.constData()), 1);
+    QVERIFY(!fetch(first));
+    QVERIFY(*PQerrorMessage(conn.get()));
+    checkConnection(false);
+}
+
+void tst_LibPpqPeer::largeWriteOfANonblockingConnection()
+{
+    play(QByteArray("never"), QByteArray());
+    QCOMPARE(PQsetnonblocking(conn.get(), 1), 0);
+    const QByteArray large(MoreThanSocketsHold, 'x');
+    const char *const values[] = {large.constData()};
+    const ResultPtr page(
+        PPQexecPrepared(conn.get(), 2, "st", "po", 1, values, nullptr, nullptr, 1));
+    QCOMPARE(textOf(page, conn.get()), QByteArray("rows 1 2 | suspended"));
 }
 
 QTEST_GUILESS_MAIN(tst_LibPpqPeer)
