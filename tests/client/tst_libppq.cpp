@@ -23,6 +23,25 @@ QByteArray value(const ResultPtr &result, int row, int column = 0)
                       PQgetlength(result.get(), row, column));
 }
 
+bool isSuspended(const ResultPtr &result)
+{
+    return PQresultStatus(result.get()) == PGRES_TUPLES_OK && *PQcmdStatus(result.get()) == '\0';
+}
+
+// The rows of a last page and what ran; of a statement without rows the whole command tag. (What a
+// last page's tag counts depends on the server's version.)
+QByteArray endInWords(const ResultPtr &result)
+{
+    const ExecStatusType status = PQresultStatus(result.get());
+    if (status != PGRES_TUPLES_OK && status != PGRES_COMMAND_OK) {
+        return PQresStatus(status);
+    }
+    const QByteArray tag = PQcmdStatus(result.get());
+    return status == PGRES_COMMAND_OK
+               ? tag
+               : QByteArray::number(PQntuples(result.get())) + ' ' + tag.split(' ').first();
+}
+
 } // namespace
 
 class tst_LibPpq : public QObject
@@ -48,6 +67,8 @@ private slots:
     void errorInLaterPage();
     void errorAfterRowsReplacesThem();
     void noticesAndParametersBetweenRows();
+    void statementsOfEveryKind_data();
+    void statementsOfEveryKind();
 
     void closeDoesNotWait();
     void closeSharesTheNextSync();
@@ -350,6 +371,79 @@ void tst_LibPpq::noticesAndParametersBetweenRows()
     QCOMPARE(notices, 5);
     QCOMPARE(QByteArray(PQparameterStatus(conn.get(), "application_name")), QByteArray("row5"));
     cluster.run("DROP FUNCTION noisy(int)");
+}
+
+void tst_LibPpq::statementsOfEveryKind_data()
+{
+    QTest::addColumn<QByteArray>("sql");
+    QTest::addColumn<QByteArray>("walked"); // the rows of each page of two, and its end
+    const auto add = [](const char *tag, const char *sql, const char *walked) {
+        QTest::newRow(tag) << QByteArray(sql) << QByteArray(walked);
+    };
+    add("select, one row", "SELECT 1", "1 SELECT");
+    add("select, no row", "SELECT 1 WHERE false", "0 SELECT");
+    add("select, no column", "SELECT FROM generate_series(1, 3)", "2 1 SELECT");
+    add("values", "VALUES (1), (2), (3)", "2 1 SELECT");
+    add("for update", "SELECT a FROM kinds FOR UPDATE", "2 1 SELECT");
+    add("insert returning", "INSERT INTO kinds VALUES (4), (5), (6) RETURNING a", "2 1 INSERT");
+    add("insert returning, exact page", "INSERT INTO kinds VALUES (4), (5) RETURNING a",
+        "2 0 INSERT");
+    add("update returning", "UPDATE kinds SET a = a RETURNING a", "2 1 UPDATE");
+    add("delete returning", "DELETE FROM kinds WHERE a = 1 RETURNING a", "1 DELETE");
+    add("data-modifying with", "WITH d AS (DELETE FROM kinds RETURNING a) SELECT a FROM d",
+        "2 1 SELECT");
+    add("show", "SHOW server_encoding", "1 SHOW");
+    add("explain", "EXPLAIN (COSTS OFF) SELECT a FROM kinds ORDER BY a", "2 1 EXPLAIN");
+    add("fetch", "FETCH 3 FROM cur", "2 1 FETCH");
+    add("fetch, no row", "FETCH 0 FROM cur", "0 FETCH");
+    add("execute", "EXECUTE three", "2 1 SELECT");
+    if (cluster.major() >= 11) { // the first with procedures
+        add("call with an output", "CALL pg_temp.answer(1)", "1 CALL");
+    }
+    add("rule instead of an insert", "INSERT INTO ruled VALUES (1) RETURNING a", "1 INSERT");
+
+    add("insert", "INSERT INTO kinds VALUES (7), (8)", "INSERT 0 2");
+    add("insert that a rule drops", "INSERT INTO mute VALUES (1)", "INSERT 0 0");
+    add("insert that a rule answers", "INSERT INTO chatty VALUES (1)", "INSERT 0 1");
+    add("move", "MOVE 2 FROM cur", "MOVE 2");
+    add("do with notices", "DO 'BEGIN RAISE NOTICE ''a''; RAISE NOTICE ''b''; END'", "DO");
+    add("notify", "NOTIFY kinds", "NOTIFY");
+    add("set that is reported", "SET application_name = 'kinds'", "SET");
+    add("set up a cursor", "DECLARE other CURSOR FOR SELECT 1", "DECLARE CURSOR");
+    add("empty", "", "PGRES_EMPTY_QUERY");
+    add("comment", "-- nothing", "PGRES_EMPTY_QUERY");
+}
+
+void tst_LibPpq::statementsOfEveryKind()
+{
+    QFETCH(QByteArray, sql);
+    QFETCH(QByteArray, walked);
+    PQsetNoticeReceiver(
+        conn.get(), [](void *, const PGresult *) {}, nullptr);
+    run("CREATE TEMPORARY TABLE kinds AS SELECT generate_series(1, 3) AS a; "
+        "CREATE TEMPORARY TABLE mute (a int); "
+        "CREATE RULE r AS ON INSERT TO mute DO INSTEAD NOTHING; "
+        "CREATE TEMPORARY TABLE chatty (a int); "
+        "CREATE RULE r AS ON INSERT TO chatty DO ALSO SELECT generate_series(1, 5); "
+        "CREATE TEMPORARY TABLE ruled (a int); "
+        "CREATE RULE r AS ON INSERT TO ruled DO INSTEAD "
+        "INSERT INTO kinds VALUES (new.a) RETURNING a; "
+        "PREPARE three AS SELECT generate_series(1, 3); "
+        "DECLARE cur CURSOR FOR SELECT a FROM kinds; "
+        "LISTEN kinds");
+    if (sql.startsWith("CALL")) {
+        run("CREATE PROCEDURE pg_temp.answer(INOUT a int) LANGUAGE sql AS 'SELECT 42'");
+    }
+    prepare(sql.constData());
+    QByteArray seen;
+    ResultPtr page = start(2);
+    while (isSuspended(page)) {
+        seen += QByteArray::number(PQntuples(page.get())) + ' ';
+        page = fetch(2, page);
+    }
+    seen += endInWords(page);
+    QCOMPARE(seen, walked);
+    QCOMPARE(PQresultStatus(run("COMMIT").get()), PGRES_COMMAND_OK);
 }
 
 void tst_LibPpq::closeDoesNotWait()
