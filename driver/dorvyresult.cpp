@@ -128,15 +128,26 @@ bool DorvyResult::hlpLookUp(const QString &query, QSqlError *error)
     return !statement.isNull();
 }
 
-bool DorvyResult::reset(const QString &query)
+// Replaces the page by the one behind previous, or by the first.
+void DorvyResult::hlpRun(const QSharedPointer<Dorvy3Result> &previous, QSqlError *error)
 {
     Q_D(DorvyResult);
+    try {
+        d->page = statement->exec(error, DefaultRows, previous);
+    } catch (const std::bad_alloc &) {
+        d->page.reset();
+        *error = hlpNoMemory(executeFailed());
+    }
+}
+
+bool DorvyResult::reset(const QString &query)
+{
     hlpStart();
     QSqlError error;
     if (!hlpLookUp(query, &error)) {
         return hlpFail(error);
     }
-    d->page = statement->exec(&error, DefaultRows, {});
+    hlpRun({}, &error);
     return hlpFinish(error);
 }
 

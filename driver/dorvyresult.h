@@ -8,6 +8,7 @@
 #include <QtCore/QSharedPointer>
 #include <QtSql/QSqlResult>
 
+class Dorvy3Result;
 class Dorvy3Statement;
 class DorvyDriver;
 class DorvyResultPrivate;
@@ -78,6 +79,7 @@ private:
     bool hlpFinish(const QSqlError &error);
     void hlpStart();
     bool hlpLookUp(const QString &query, QSqlError *error);
+    void hlpRun(const QSharedPointer<Dorvy3Result> &previous, QSqlError *error);
     bool hlpHasRow(int row) const;
     bool hlpMoveTo(int row);
     QVariant hlpDecode(int column, QVariant::Type type, int oid) const;

@@ -41,7 +41,7 @@ bool DorvyResult::fetchNext()
     }
     QSqlError error;
     const QSharedPointer<Dorvy3Result> previous = d->page;
-    d->page = statement->exec(&error, DefaultRows, previous);
+    hlpRun(previous, &error);
     // Within its page the first row of the next one is row 0.
     if (hlpMoveTo(0)) {
         return true;

@@ -81,8 +81,8 @@ constexpr char ReuseRoad[] = "begin insert read clear again walk clear commit";
 
 /*!
     An application on its way through a road of steps: "begin", "commit" and "rollback"; "insert"
-    and "append" put the rows 2 and 3 into the table "t"; "read" asks for the numbers from 1 to 130, as does "again", "walk"
-    takes them, in two pages, and "clear" lets them go.
+    and "append" put the rows 2 and 3 into the table "t"; "read" asks for the numbers from 1 to 130,
+    as does "again", "walk" takes them, in two pages, and "clear" lets them go.
 */
 class Application
 {

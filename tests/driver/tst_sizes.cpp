@@ -109,6 +109,8 @@ private slots:
     void literalBeyondAStringIsEmpty();
     void memoryShortage_data();
     void memoryShortage();
+    void memoryShortageForAnError_data();
+    void memoryShortageForAnError();
 
 private:
     void insert(const char *column, const QVariant &value);
@@ -325,6 +327,43 @@ void tst_Sizes::memoryShortage()
         tell(query, query.exec(QStringLiteral("SELECT 1")));
     });
     QCOMPARE(child.output, outcome + QStringLiteral("1|0||\n"));
+}
+
+void tst_Sizes::memoryShortageForAnError_data()
+{
+    QTest::addColumn<bool>("later");
+    QTest::newRow("first page") << false;
+    QTest::newRow("later page") << true;
+}
+
+// The connection has buffers for it from the first time, and the program no QString.
+void tst_Sizes::memoryShortageForAnError()
+{
+    QFETCH(bool, later);
+    const QString failing = QStringLiteral("SELECT CASE WHEN g = %1 THEN loud() END "
+                                           "FROM generate_series(1, 200) g")
+                                .arg(later ? 150 : 1);
+    cluster.run(QStringLiteral("CREATE OR REPLACE FUNCTION loud() RETURNS int LANGUAGE plpgsql AS "
+                               "'BEGIN RAISE EXCEPTION USING MESSAGE = repeat(''x'', 130000000); "
+                               "END'"));
+    const ChildOutcome child = runInChild([&] {
+        QSqlDatabase own = addDorvyDatabase(QStringLiteral("child"), cluster);
+        own.open();
+        QSqlQuery first(own);
+        QSqlQuery query(own);
+        const auto fails = [&failing](QSqlQuery *reader) {
+            return !reader->exec(failing) || (reader->last() && !reader->next());
+        };
+        bool failed = fails(&first);
+        first.clear(); // gives the borrowed connection back
+        {
+            const Shortage shortage(420);
+            failed = fails(&query) && failed;
+        }
+        tell(query, !failed);
+    });
+    QCOMPARE(child.output, QStringLiteral("0|2|Недостаточно памяти|"
+                                          "Ошибка при выполнении запроса к СУБД\n"));
 }
 
 QTEST_GUILESS_MAIN(tst_Sizes)

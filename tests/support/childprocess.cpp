@@ -74,7 +74,12 @@ void hlpHandleMessage(QtMsgType type, const QMessageLogContext &context, const Q
     alarm(LimitSeconds);
     fatalDescriptor = fatal;
     qInstallMessageHandler(hlpHandleMessage);
-    code();
+    try {
+        code();
+    } catch (...) {
+        _exit(
+            EXIT_FAILURE); // Qt Test would take it for the test program's and run on, in the child
+    }
     std::fflush(nullptr);
     hlpDumpCoverage();
     _exit(EXIT_SUCCESS);
