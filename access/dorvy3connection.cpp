@@ -6,6 +6,7 @@
 
 #include "access/dorvy3codec_p.h"
 #include "access/dorvy3pgowners_p.h"
+#include "access/dorvy3sizes_p.h"
 #include "access/dorvy3texts_p.h"
 #include "client/ppqsettle.h"
 
@@ -85,6 +86,12 @@ void Dorvy3Connection::close()
 QByteArray Dorvy3Connection::server(const QString &text) const
 {
     return serverCodec ? serverCodec->fromUnicode(text) : text.toLatin1();
+}
+
+int Dorvy3Connection::maxUnits() const
+{
+    constexpr int Utf8 = 106; // IANA, Character Sets (MIBenum)
+    return serverCodec && serverCodec->mibEnum() != Utf8 ? MaxEncodedUnits : MaxUtf8Units;
 }
 
 QString Dorvy3Connection::client(const char *bytes, int length) const

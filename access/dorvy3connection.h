@@ -53,8 +53,11 @@ public:
     /*! Finishes the handle. A second call does nothing. */
     void close();
 
-    /*! \a text in the server's encoding, for sending. */
+    /*! \a text in the server's encoding, for sending. It must not be longer than maxUnits(). */
     QByteArray server(const QString &text) const;
+
+    /*! The most UTF-16 units that Qt's codec for the server's encoding can be given. */
+    int maxUnits() const;
 
     /*!
         \a length bytes of server text, decoded from the client encoding; a negative \a length means

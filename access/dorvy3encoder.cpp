@@ -44,7 +44,7 @@ bool hlpIsConvertible(const QVariant &value)
 {
     switch (value.type()) {
     case QVariant::String:
-        return value.toString().size() <= MaxEncodedUnits;
+        return value.toString().size() <= MaxUtf8Units;
     case QVariant::ByteArray:
         return value.toByteArray().size() <= MaxDecodedBytes;
     default:
@@ -59,7 +59,7 @@ Dorvy3Encoding hlpEncodeText(const QVariant &value, const Dorvy3Connection &conn
         return Dorvy3Encoding::TooLarge;
     }
     const QString text = value.toString();
-    if (text.size() > MaxEncodedUnits) {
+    if (text.size() > connection.maxUnits()) {
         return Dorvy3Encoding::TooLarge;
     }
     return hlpWriteBytes(connection.server(text), out, length);

@@ -14,10 +14,12 @@
 constexpr int MaxMessageBytes = 0x3ffffffe;
 
 /*!
-    The most UTF-16 units that Qt can be given to encode. Its codecs take three bytes for each and
-    compute that in an int, which overflows from 715827883 units on.
+    The most UTF-16 units that Qt can be given to encode in UTF-8, and in anything else. Its codecs
+    take a number of bytes for each unit and compute that in an int: for UTF-8 three, which overflows
+    from 715827883 units on, for an encoding that ICU converts as many as eight.
 */
-constexpr int MaxEncodedUnits = 700000000;
+constexpr int MaxUtf8Units = 700000000;
+constexpr int MaxEncodedUnits = 250000000;
 
 /*! The most bytes that Qt can be given to decode: a QString has room for one unit more. */
 constexpr int MaxDecodedBytes = 1073741809;

@@ -72,8 +72,9 @@ bool Dorvy3Statement::hlpPrepare(const QString &text,
                                  QSqlError *error)
 {
     constexpr int FixedBytes = 4 + 1 + 1 + 2; // of Parse: its length, two terminators, a count
-    const QByteArray sql = text.size() <= MaxEncodedUnits ? connection->server(text) : QByteArray();
-    if (text.size() > MaxEncodedUnits || sql.size() > MaxMessageBytes - FixedBytes - name.size()) {
+    const bool isEncodable = text.size() <= connection->maxUnits();
+    const QByteArray sql = isEncodable ? connection->server(text) : QByteArray();
+    if (!isEncodable || sql.size() > MaxMessageBytes - FixedBytes - name.size()) {
         hlpReport(error, QSqlError(queryTooLarge(), prepareFailed(), QSqlError::StatementError));
         return false;
     }

@@ -3,9 +3,11 @@
 //
 // Values and query texts that no message can hold: refused before they are encoded or sent.
 #include "access/dorvy3.h"
+#include "access/dorvy3encoder_p.h"
 
 #include "tests/support/connectionhelpers.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/scriptedserver.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/wireproxy.h"
 #include "tests/support/zerobytes.h"
@@ -49,6 +51,7 @@ private slots:
     void bytesBeyondAMessage();
     void textBeyondTheCodec_data();
     void textBeyondTheCodec();
+    void textBeyondAnotherCodec();
     void bytesBehindOthers_data();
     void bytesBehindOthers();
     void refusedParameterSendsNothing_data();
@@ -130,6 +133,26 @@ void tst_Dorvy3Sizes::textBeyondTheCodec()
     QByteArray out("before");
     QCOMPARE(statement.hlpEncodePSQLValue(fieldOf(zeros.text()), ptype, out), TooLarge);
     QCOMPARE(out, QByteArray("before"));
+}
+
+void tst_Dorvy3Sizes::textBeyondAnotherCodec()
+{
+    ScriptedServer server("ISO-8859-5", "UTF8");
+    const QSharedPointer<Dorvy3Connection> cyrillic(
+        new Dorvy3Connection(PQconnectdb(server.conninfo().constData()), QString()));
+    QCOMPARE(cyrillic->maxUnits(), 250000000);
+    QCOMPARE(connection->maxUnits(), 700000000);
+    const ZeroBytes zeros(250000001 * UnitBytes);
+    QByteArray out("before");
+    int length = 0;
+    QCOMPARE(hlpEncode(zeros.text(), Text, *cyrillic, out, &length), Dorvy3Encoding::TooLarge);
+    QCOMPARE(out, QByteArray("before"));
+    Dorvy3Statement statement;
+    QSqlError error;
+    QVERIFY(!statement.prep(zeros.text(), cyrillic, &error, nullptr));
+    COMPARE_ERROR(error, StatementError, QStringLiteral("Текст запроса слишком велик"),
+                  QStringLiteral("Ошибка при подготовке запроса к СУБД"), QString());
+    QCOMPARE(server.queries(), QList<QByteArray>({"SET DATESTYLE TO 'ISO'"}));
 }
 
 void tst_Dorvy3Sizes::bytesBehindOthers_data()

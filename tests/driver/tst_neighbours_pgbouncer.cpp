@@ -63,7 +63,7 @@ bool tst_NeighboursPgbouncer::startBouncer()
                                 "listen_port = %4\n"
                                 "auth_type = trust\n"
                                 "auth_file = %3/users\n"
-                                "query_wait_timeout = 1\n")
+                                "query_wait_timeout = 3\n")
                             .arg(cluster.socketDir())
                             .arg(cluster.port())
                             .arg(folder)
