@@ -61,19 +61,14 @@ static bool ppqPutParameter(PGconn *conn, const char *const *paramValues, const 
 static bool ppqPutParameters(PGconn *conn, int nParams, const char *const *paramValues,
                              const int *paramLengths, const int *paramFormats)
 {
-    if (pqPutInt(nParams, 2, conn) < 0)
-        return false;
-    for (int i = 0; i < nParams; i++) {
-        if (pqPutInt(ppqIsBinary(paramFormats, i) ? 1 : 0, 2, conn) < 0)
-            return false;
-    }
-    if (pqPutInt(nParams, 2, conn) < 0)
-        return false;
-    for (int i = 0; i < nParams; i++) {
-        if (!ppqPutParameter(conn, paramValues, paramLengths, paramFormats, i))
-            return false;
-    }
-    return true;
+    bool put = pqPutInt(nParams, 2, conn) == 0;
+
+    for (int i = 0; put && i < nParams; i++)
+        put = pqPutInt(ppqIsBinary(paramFormats, i) ? 1 : 0, 2, conn) == 0;
+    put = put && pqPutInt(nParams, 2, conn) == 0;
+    for (int i = 0; put && i < nParams; i++)
+        put = ppqPutParameter(conn, paramValues, paramLengths, paramFormats, i);
+    return put;
 }
 
 bool ppqPutBind(PGconn *conn, const char *stmtName, const char *portalName, int nParams,

@@ -10,6 +10,10 @@
 
 #include <QtTest/QtTest>
 
+#include <sys/socket.h>
+
+#include <chrono>
+#include <future>
 #include <memory>
 
 using namespace ServerMessage;
@@ -164,6 +168,7 @@ private slots:
     void resetDuringALongFetch();
     void resetDuringARepeatedClose();
     void largeWriteOfANonblockingConnection();
+    void writeThatFailsBesideAReadThatDoesNot();
 
 private:
     void playPageAndReset();
@@ -765,6 +770,24 @@ void tst_LibPpqPeer::largeWriteOfANonblockingConnection()
     const ResultPtr page(
         PPQexecPrepared(conn.get(), 2, "st", "po", 1, values, nullptr, nullptr, 1));
     QCOMPARE(textOf(page, conn.get()), QByteArray("rows 1 2 | suspended"));
+}
+
+// libpq keeps a write's failure back while there is something to read. The peer stays here.
+void tst_LibPpqPeer::writeThatFailsBesideAReadThatDoesNot()
+{
+    std::promise<void> answered;
+    const std::shared_future<void> answer = answered.get_future().share();
+    peer.reset(new ScriptedPeer([answer](PeerLink &link) {
+        link.greet();
+        link.awaitEnd(); // of the client's half
+        link.send(noticeResponse("still here"));
+        answer.wait_for(std::chrono::seconds(10));
+    }));
+    connect();
+    shutdown(PQsocket(conn.get()), SHUT_WR);
+    QCOMPARE(textOf(run(), conn.get()), QByteArray("nothing | ") + HangUp); // so libpq calls it
+    answered.set_value();
+    checkConnection(false);
 }
 
 QTEST_GUILESS_MAIN(tst_LibPpqPeer)
