@@ -5,6 +5,8 @@
 #undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/faults.h"
 
+#include <algorithm>
+
 namespace {
 
 struct Reply
@@ -36,6 +38,14 @@ QString hlpWords(const QVector<WireMessage> &messages)
         }
     }
     return words.join(", ");
+}
+
+// Which settings a server reports when they are set, and where, differs between versions.
+QVector<WireMessage> hlpWithoutReports(QVector<WireMessage> messages)
+{
+    const auto isReport = [](const WireMessage &message) { return message.type == 'S'; };
+    messages.erase(std::remove_if(messages.begin(), messages.end(), isReport), messages.end());
+    return messages;
 }
 
 constexpr char DivisionAndClosed[] = "ERROR:  division by zero\n"
@@ -245,7 +255,7 @@ void tst_FaultsCut::borrowedReply()
     QFETCH(const bool, readsAnew);
 
     const QVector<WireMessage> answer = answerOf(reply, 2);
-    QCOMPARE(hlpWords(answer), QString(reply.words));
+    QCOMPARE(hlpWords(hlpWithoutReports(answer)), QString(reply.words));
     const QVector<int> places = hlpPlaces(answer);
     cluster.run("TRUNCATE t");
     for (const int at : places) {
