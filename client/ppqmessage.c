@@ -47,60 +47,87 @@ bool ppqReserve(PGconn *conn, size_t bytes)
     return pqCheckOutBufferSpace((size_t)conn->outCount + bytes, conn) == 0;
 }
 
-static bool ppqPutParameter(PGconn *conn, const char *const *paramValues, const int *paramLengths,
-                            const int *paramFormats, int i)
+/*
+ * The puts of a message follow one another without a look at each: ppqReserve has made room for all
+ * of them, and the one thing left that can fail is the write of a full buffer in the last.
+ */
+
+static int ppqPutParameter(PGconn *conn, const char *const *paramValues, const int *paramLengths,
+                           const int *paramFormats, int i)
 {
     size_t bytes;
+    int failed;
 
     if (paramValues[i] == NULL)
-        return pqPutInt(-1, 4, conn) == 0;
+        return pqPutInt(-1, 4, conn);
     bytes = ppqValueBytes(paramValues, paramLengths, paramFormats, i);
-    return pqPutInt((int)bytes, 4, conn) == 0 && pqPutnchar(paramValues[i], bytes, conn) == 0;
+    failed = pqPutInt((int)bytes, 4, conn);
+    failed |= pqPutnchar(paramValues[i], bytes, conn);
+    return failed;
 }
 
-static bool ppqPutParameters(PGconn *conn, int nParams, const char *const *paramValues,
-                             const int *paramLengths, const int *paramFormats)
+static int ppqPutParameters(PGconn *conn, int nParams, const char *const *paramValues,
+                            const int *paramLengths, const int *paramFormats)
 {
-    bool put = pqPutInt(nParams, 2, conn) == 0;
+    int failed = pqPutInt(nParams, 2, conn);
 
-    for (int i = 0; put && i < nParams; i++)
-        put = pqPutInt(ppqIsBinary(paramFormats, i) ? 1 : 0, 2, conn) == 0;
-    put = put && pqPutInt(nParams, 2, conn) == 0;
-    for (int i = 0; put && i < nParams; i++)
-        put = ppqPutParameter(conn, paramValues, paramLengths, paramFormats, i);
-    return put;
+    for (int i = 0; i < nParams; i++)
+        failed |= pqPutInt(ppqIsBinary(paramFormats, i) ? 1 : 0, 2, conn);
+    failed |= pqPutInt(nParams, 2, conn);
+    for (int i = 0; i < nParams; i++)
+        failed |= ppqPutParameter(conn, paramValues, paramLengths, paramFormats, i);
+    return failed;
 }
 
 bool ppqPutBind(PGconn *conn, const char *stmtName, const char *portalName, int nParams,
                 const char *const *paramValues, const int *paramLengths, const int *paramFormats,
                 int resultFormat)
 {
-    return pqPutMsgStart('B', conn) == 0 && pqPuts(portalName, conn) == 0 &&
-           pqPuts(stmtName, conn) == 0 &&
-           ppqPutParameters(conn, nParams, paramValues, paramLengths, paramFormats) &&
-           pqPutInt(1, 2, conn) == 0 && pqPutInt(resultFormat, 2, conn) == 0 &&
-           pqPutMsgEnd(conn) == 0;
+    int failed = pqPutMsgStart('B', conn);
+
+    failed |= pqPuts(portalName, conn);
+    failed |= pqPuts(stmtName, conn);
+    failed |= ppqPutParameters(conn, nParams, paramValues, paramLengths, paramFormats);
+    failed |= pqPutInt(1, 2, conn);
+    failed |= pqPutInt(resultFormat, 2, conn);
+    failed |= pqPutMsgEnd(conn);
+    return failed == 0;
 }
 
 bool ppqPutDescribePortal(PGconn *conn, const char *portalName)
 {
-    return pqPutMsgStart('D', conn) == 0 && pqPutc('P', conn) == 0 &&
-           pqPuts(portalName, conn) == 0 && pqPutMsgEnd(conn) == 0;
+    int failed = pqPutMsgStart('D', conn);
+
+    failed |= pqPutc('P', conn);
+    failed |= pqPuts(portalName, conn);
+    failed |= pqPutMsgEnd(conn);
+    return failed == 0;
 }
 
 bool ppqPutExecute(PGconn *conn, const char *portalName, int maxRows)
 {
-    return pqPutMsgStart('E', conn) == 0 && pqPuts(portalName, conn) == 0 &&
-           pqPutInt(maxRows, 4, conn) == 0 && pqPutMsgEnd(conn) == 0;
+    int failed = pqPutMsgStart('E', conn);
+
+    failed |= pqPuts(portalName, conn);
+    failed |= pqPutInt(maxRows, 4, conn);
+    failed |= pqPutMsgEnd(conn);
+    return failed == 0;
 }
 
 bool ppqPutClose(PGconn *conn, char kind, const char *name)
 {
-    return pqPutMsgStart('C', conn) == 0 && pqPutc(kind, conn) == 0 && pqPuts(name, conn) == 0 &&
-           pqPutMsgEnd(conn) == 0;
+    int failed = pqPutMsgStart('C', conn);
+
+    failed |= pqPutc(kind, conn);
+    failed |= pqPuts(name, conn);
+    failed |= pqPutMsgEnd(conn);
+    return failed == 0;
 }
 
 bool ppqPutSync(PGconn *conn)
 {
-    return pqPutMsgStart('S', conn) == 0 && pqPutMsgEnd(conn) == 0;
+    int failed = pqPutMsgStart('S', conn);
+
+    failed |= pqPutMsgEnd(conn);
+    return failed == 0;
 }
