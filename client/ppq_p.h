@@ -73,8 +73,14 @@ PGresult *ppqGetResult(PGconn *conn, bool *suspended);
  */
 PGresult *ppqFinish(PGconn *conn);
 
-/* The length word of the message at buffer, which has at least a whole header. */
-uint32 ppqMessageLength(const char *buffer);
+/* ---- ppqrows.c: the rows of a page ---- */
+
+/*
+ * Adds the rows that have been received to the result that is being built, up to the first message
+ * that is none.  False: there is no row that can be added; libpq's parser has to look at the
+ * message.
+ */
+bool ppqTakeRows(PGconn *conn);
 
 /* ---- ppqmessage.c: the messages ---- */
 

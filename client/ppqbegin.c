@@ -9,6 +9,7 @@
 
 #include "pqexpbuffer.h"
 
+#include "ppqbytes_p.h"
 #include "ppqsettle.h"
 
 void ppqSetError(PGconn *conn, const char *text)
@@ -141,18 +142,17 @@ int ppqSettle(PGconn *conn)
  */
 static bool ppqHasUnsentClose(const PGconn *conn)
 {
-    int at = 0;
+    PpqBytes unsent = {conn->outBuffer, conn->outBuffer + conn->outCount};
+    uint32 length;
 
     if (!ppqIsClosing(conn) || conn->asyncStatus != PGASYNC_BUSY || conn->nonblocking)
         return false;
-    while (conn->outCount - at >= PPQ_HEADER_BYTES && conn->outBuffer[at] == 'C') {
-        const uint32 length = ppqMessageLength(conn->outBuffer + at);
-
-        if (length < PPQ_LENGTH_BYTES || length >= (uint32)(conn->outCount - at))
+    while (ppqReadMessageLength(unsent, &length) && *unsent.at == 'C') {
+        if (length < PPQ_LENGTH_BYTES || ppqReadBytes(&unsent, (size_t)length + 1) == NULL)
             return false;
-        at += 1 + (int)length;
     }
-    return at > 0 && conn->outCount - at == PPQ_HEADER_BYTES && conn->outBuffer[at] == 'S';
+    return unsent.at > conn->outBuffer && unsent.end - unsent.at == PPQ_HEADER_BYTES &&
+           *unsent.at == 'S';
 }
 
 bool ppqBeginAfterClose(PGconn *conn)

@@ -7,35 +7,9 @@
  */
 #include "ppq_p.h"
 
-#include <string.h>
-
-#include "port/pg_bswap.h"
 #include "pqexpbuffer.h"
 
-uint32 ppqMessageLength(const char *buffer)
-{
-    uint32 length;
-
-    memcpy(&length, buffer + 1, sizeof(length));
-    return pg_ntoh32(length);
-}
-
-/*
- * The end of the next message among those received, or -1 where more of it is to come.  Lengths
- * that no message can have are left for libpq to complain about.
- */
-static int ppqMessageEnd(const PGconn *conn)
-{
-    const int received = conn->inEnd - conn->inStart;
-    uint32 length;
-
-    if (received < PPQ_HEADER_BYTES)
-        return -1;
-    length = ppqMessageLength(conn->inBuffer + conn->inStart);
-    if (length < PPQ_LENGTH_BYTES || length >= (uint32)received)
-        return -1;
-    return conn->inStart + 1 + (int)length;
-}
+#include "ppqbytes_p.h"
 
 /* Whether the result that is being built is a page, or an error that a page ended in. */
 static bool ppqIsPage(const PGconn *conn)
@@ -89,7 +63,9 @@ static bool ppqParse(PGconn *conn, bool *suspended)
 {
     int end;
 
-    while (conn->asyncStatus == PGASYNC_BUSY && (end = ppqMessageEnd(conn)) >= 0) {
+    while (conn->asyncStatus == PGASYNC_BUSY && (end = ppqMessageEnd(conn, conn->inStart)) >= 0) {
+        if (ppqTakeRows(conn))
+            continue;
         if (ppqIsSuspended(conn, end)) {
             conn->inBuffer[conn->inStart] = 'I';
             *suspended = true;
