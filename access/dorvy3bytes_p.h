@@ -64,8 +64,8 @@ private:
 
 /*!
     Writes behind the end of a byte array, into its reserved space and without changing its size:
-    the caller takes the bytes in by resizing. The constructor reserves \a needed bytes and gives the
-    array memory of its own; a write that would pass them is not made.
+    the caller takes the bytes in by resizing. The constructor sees to it that \a needed bytes are
+    reserved and gives the array memory of its own; a write that would pass them is not made.
 */
 class Dorvy3ByteWriter
 {
@@ -73,7 +73,10 @@ public:
     Dorvy3ByteWriter(QByteArray &out, int needed)
         : left(needed)
     {
-        out.reserve(out.size() + needed);
+        constexpr int SpareBytes = 256; // so that a few small values more need no new memory
+        if (out.capacity() - out.size() < needed) {
+            out.reserve(out.size() + needed + SpareBytes);
+        }
         position = out.data() + out.size(); // data() detaches a shared array
     }
 

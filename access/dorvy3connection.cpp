@@ -14,6 +14,19 @@
 
 using namespace Dorvy3Texts;
 
+namespace {
+
+// Qt converts UTF-8 faster without a codec in between, and to the same texts; see tst_encodings,
+// utf8WithoutItsCodec.
+bool hlpIsUtf8(const QTextCodec *codec)
+{
+    constexpr int Utf8 = 106; // IANA, Character Sets (MIBenum)
+    static const QTextCodec *const utf8 = QTextCodec::codecForMib(Utf8);
+    return codec && codec == utf8;
+}
+
+} // namespace
+
 Dorvy3Connection::Dorvy3Connection(PGconn *connection, const QString &searchPath)
     : handle(connection)
     , serverCodec(nullptr)
@@ -85,19 +98,24 @@ void Dorvy3Connection::close()
 
 QByteArray Dorvy3Connection::server(const QString &text) const
 {
+    if (hlpIsUtf8(serverCodec)) {
+        return text.toUtf8();
+    }
     return serverCodec ? serverCodec->fromUnicode(text) : text.toLatin1();
 }
 
 int Dorvy3Connection::maxUnits() const
 {
-    constexpr int Utf8 = 106; // IANA, Character Sets (MIBenum)
-    return serverCodec && serverCodec->mibEnum() != Utf8 ? MaxEncodedUnits : MaxUtf8Units;
+    return serverCodec && !hlpIsUtf8(serverCodec) ? MaxEncodedUnits : MaxUtf8Units;
 }
 
 QString Dorvy3Connection::client(const char *bytes, int length) const
 {
     if (!bytes) {
         return QString();
+    }
+    if (hlpIsUtf8(clientCodec)) {
+        return QString::fromUtf8(bytes, length);
     }
     if (!clientCodec) {
         return QString::fromLatin1(bytes, length);

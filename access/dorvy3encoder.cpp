@@ -274,10 +274,14 @@ Dorvy3Encoding hlpEncode(const QVariant &value, int ptype, const Dorvy3Connectio
 
 int Dorvy3Statement::hlpEncodePSQLValue(const QSqlField &field, int ptype, QByteArray &out) const
 {
-    if (field.isNull()) {
+    return hlpEncodeValue(field.value(), ptype, out);
+}
+
+int Dorvy3Statement::hlpEncodeValue(const QVariant &value, int ptype, QByteArray &out) const
+{
+    if (value.isNull()) {
         return 0;
     }
-    const QVariant value = field.value();
     int length = 0;
     switch (hlpEncode(value, ptype, *description->connection, out, &length)) {
     case Dorvy3Encoding::Done:

@@ -29,4 +29,16 @@ inline void hlpReport(QSqlError *error, const QSqlError &value)
     }
 }
 
+/*!
+    Makes \a error, which may be null, an empty one. One that is empty stays as it is: every QSqlError
+    that is made takes memory, and most operations succeed after one that has.
+*/
+inline void hlpClearError(QSqlError *error)
+{
+    if (error && (error->type() != QSqlError::NoError || !error->driverText().isEmpty() ||
+                  !error->databaseText().isEmpty() || !error->nativeErrorCode().isEmpty())) {
+        *error = QSqlError();
+    }
+}
+
 #endif // DORVY3ERRORS_P_H

@@ -5,6 +5,8 @@
 #ifndef DORVY3RESULT_H
 #define DORVY3RESULT_H
 
+#include "client/ppqresult.h"
+
 #include <libpq-fe.h>
 
 #include <QtCore/QSharedPointer>
@@ -22,6 +24,21 @@ public:
     /*! Takes \a result over, which may be null. */
     Dorvy3Result(PGresult *result, const QSharedPointer<Dorvy3Connection> &connection);
     ~Dorvy3Result();
+
+    /*!
+        The bytes of a value, as many as it returns, with a zero behind them. -1 for SQL NULL, and
+        for a row or a column that is not there; \a bytes stays as it is then.
+    */
+    int value(int row, int column, const char **bytes) const
+    {
+        return ppqValue(result, row, column, bytes);
+    }
+
+    /*! Whether \a other has the same columns: names, types, sizes and type modifiers. */
+    bool hasColumnsOf(const Dorvy3Result &other) const
+    {
+        return ppqHasSameColumns(result, other.result);
+    }
 
     PGresult *result;
     QSharedPointer<Dorvy3Connection> connection;

@@ -48,10 +48,15 @@ bool Dorvy3Statement::readonly() const
     return description && PQnfields(description->result) > 0;
 }
 
+bool Dorvy3Statement::isDescribing(const Dorvy3Result &page) const
+{
+    return description && description->hasColumnsOf(page);
+}
+
 bool Dorvy3Statement::prep(const QString &text, const QSharedPointer<Dorvy3Connection> &connection,
                            QSqlError *error, Dorvy3Database *registrar)
 {
-    hlpReport(error, QSqlError());
+    hlpClearError(error);
     hlpClear();
     if (!connection || !connection->settle()) {
         hlpReport(error, hlpRefusal(cannotPrepare(), noConnection()));

@@ -52,6 +52,9 @@ public:
     /*! True when the statement returns columns, whether or not it also changes data. */
     bool readonly() const;
 
+    /*! Whether \a page has the columns that the server has described for the statement. */
+    bool isDescribing(const Dorvy3Result &page) const;
+
     /*! The server-side names; the statement's is the portal's without its leading "p". */
     const char *statementname() const;
     const char *portalname() const;
@@ -108,13 +111,12 @@ private:
                      QSqlError *error);
     void hlpAllocateParams();
     void hlpFreeParams();
-    QSharedPointer<Dorvy3Connection> hlpUsableConnection(QSqlError *error) const;
+    bool hlpIsUsable(QSqlError *error) const;
     bool hlpFitsMessage(int valueBytes, int count) const;
+    int hlpEncodeValue(const QVariant &value, int ptype, QByteArray &out) const;
     int hlpEncodeValues(const QVector<QVariant> &values, QByteArray &buffer);
     PGresult *hlpRun(PGconn *conn, int count, int rows) const;
-    QSharedPointer<Dorvy3Result> hlpFinish(PGresult *result,
-                                           const QSharedPointer<Dorvy3Connection> &connection,
-                                           QSqlError *error) const;
+    QSharedPointer<Dorvy3Result> hlpFinish(PGresult *result, QSqlError *error) const;
 
     QString query;                            // as last prepared with success
     QByteArray name;                          // of the portal

@@ -12,8 +12,6 @@
 #include "access/dorvy3texts_p.h"
 #include "client/libppq.h"
 
-#include <QtSql/QSqlField>
-
 #include <algorithm>
 #include <cstring>
 
@@ -29,52 +27,40 @@ int hlpPageRows(int rows)
     return rows > 0 ? rows : PageRows;
 }
 
-void hlpSetFieldValue(QSqlField &field, const QVariant &value)
-{
-    field.setType(value.type());
-    if (value.isNull()) {
-        field.clear();
-    } else {
-        field.setValue(value);
-    }
-}
-
 } // namespace
 
-QSharedPointer<Dorvy3Connection> Dorvy3Statement::hlpUsableConnection(QSqlError *error) const
+// Whether the statement is prepared on a connection that can run it.
+bool Dorvy3Statement::hlpIsUsable(QSqlError *error) const
 {
-    hlpReport(error, QSqlError());
+    hlpClearError(error);
     if (!description) {
         hlpReport(error, hlpRefusal(cannotExecutePrepared(), executeFailed()));
-        return {};
+        return false;
     }
-    QSharedPointer<Dorvy3Connection> connection = description->connection;
-    if (!connection || !connection->settle()) {
+    if (!description->connection || !description->connection->settle()) {
         hlpReport(error, hlpRefusal(cannotExecutePrepared(), noConnection()));
-        return {};
+        return false;
     }
-    return connection;
+    return true;
 }
 
 QSharedPointer<Dorvy3Result> Dorvy3Statement::exec(QSqlError *error, int rows,
                                                    const QSharedPointer<Dorvy3Result> &previous)
 {
-    const QSharedPointer<Dorvy3Connection> connection = hlpUsableConnection(error);
-    if (!connection) {
+    if (!hlpIsUsable(error)) {
         return {};
     }
-    PGconn *conn = connection->connection();
+    PGconn *conn = description->connection->connection();
     PGresult *result = readonly() && previous
                            ? PPQfetch(conn, hlpPageRows(rows), portalname(), previous->result)
                            : hlpRun(conn, 0, rows);
-    return hlpFinish(result, connection, error);
+    return hlpFinish(result, error);
 }
 
 QSharedPointer<Dorvy3Result> Dorvy3Statement::exec(const QVector<QVariant> &values,
                                                    QSqlError *error, int rows)
 {
-    const QSharedPointer<Dorvy3Connection> connection = hlpUsableConnection(error);
-    if (!connection) {
+    if (!hlpIsUsable(error)) {
         return {};
     }
     QByteArray buffer;
@@ -84,7 +70,7 @@ QSharedPointer<Dorvy3Result> Dorvy3Statement::exec(const QVector<QVariant> &valu
                   QSqlError(parametersTooLarge(), executeFailed(), QSqlError::StatementError));
         return {};
     }
-    return hlpFinish(hlpRun(connection->connection(), count, rows), connection, error);
+    return hlpFinish(hlpRun(description->connection->connection(), count, rows), error);
 }
 
 // Runs the statement from its start with the first count parameters.
@@ -119,10 +105,8 @@ int Dorvy3Statement::hlpEncodeValues(const QVector<QVariant> &values, QByteArray
     std::fill_n(paramLengths, count, 0);
     std::fill_n(paramFormats, count, 0);
     std::fill_n(paramValues, count, nullptr);
-    QSqlField field(QString(), QVariant::Invalid);
     for (int i = 0; i < bound; ++i) {
-        hlpSetFieldValue(field, values.at(i));
-        paramLengths[i] = hlpEncodePSQLValue(field, static_cast<int>(paramTypes[i]), buffer);
+        paramLengths[i] = hlpEncodeValue(values.at(i), static_cast<int>(paramTypes[i]), buffer);
         if (paramLengths[i] == TooLarge) {
             return TooLarge;
         }
@@ -144,10 +128,9 @@ int Dorvy3Statement::hlpEncodeValues(const QVector<QVariant> &values, QByteArray
 }
 
 // Takes over result, which may be null.
-QSharedPointer<Dorvy3Result>
-Dorvy3Statement::hlpFinish(PGresult *result, const QSharedPointer<Dorvy3Connection> &connection,
-                           QSqlError *error) const
+QSharedPointer<Dorvy3Result> Dorvy3Statement::hlpFinish(PGresult *result, QSqlError *error) const
 {
+    const QSharedPointer<Dorvy3Connection> &connection = description->connection;
     PgResultPtr owner(result);
     const ExecStatusType status = PQresultStatus(result); // of a null result: fatal error
     if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {

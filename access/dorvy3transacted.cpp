@@ -16,7 +16,7 @@ Dorvy3Transacted::Dorvy3Transacted() = default;
 QSharedPointer<Dorvy3Connection> Dorvy3Transacted::get(const QString &connectionString,
                                                        const QString &searchPath, QSqlError *error)
 {
-    hlpReport(error, QSqlError());
+    hlpClearError(error);
     QSharedPointer<Dorvy3Connection> connection = hlpReuse(connectionString, searchPath);
     return connection ? connection : hlpConnect(connectionString, searchPath, error);
 }

@@ -29,40 +29,68 @@ double hlpDecimal(int exponent)
                                     : std::pow(static_cast<double>(NumericBase), exponent);
 }
 
+// Qt's own constructors where it has them: they skip the look-up of the type's construction.
+template<typename T>
+QVariant hlpToVariant(const T &value)
+{
+    return QVariant(value);
+}
+
+QVariant hlpToVariant(short value)
+{
+    return QVariant::fromValue(value); // the constructor would make an int of it
+}
+
+QVariant hlpToVariant(float value)
+{
+    return QVariant::fromValue(value); // and a double of this
+}
+
 // The variant of a value that a reader gave, if it had enough bytes for it.
 template<typename T>
 QVariant hlpChecked(const Dorvy3ByteReader &reader, const T &value)
 {
-    return reader.isGood() ? QVariant::fromValue(value) : QVariant();
+    return reader.isGood() ? hlpToVariant(value) : QVariant();
 }
 
 template<typename Wire, typename T>
-QVariant hlpBinaryToNumber(Dorvy3ByteReader reader)
+QVariant hlpBinaryToNumber(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
-    const auto value = static_cast<T>(reader.read<Wire>());
-    return hlpChecked(reader, value);
+    Dorvy3ByteReader reader(value, length);
+    const auto number = static_cast<T>(reader.read<Wire>());
+    return hlpChecked(reader, number);
 }
 
-QVariant hlpBinaryToBool(Dorvy3ByteReader reader)
+QVariant hlpBinaryToBool(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
-    const bool value = reader.read<quint8>() != 0;
-    return hlpChecked(reader, value);
+    Dorvy3ByteReader reader(value, length);
+    const bool truth = reader.read<quint8>() != 0;
+    return hlpChecked(reader, truth);
 }
 
-QVariant hlpBinaryToFloat(Dorvy3ByteReader reader)
+QVariant hlpBinaryToFloat(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
-    const float value = reader.readFloat();
-    return hlpChecked(reader, value);
+    Dorvy3ByteReader reader(value, length);
+    const float number = reader.readFloat();
+    return hlpChecked(reader, number);
 }
 
-QVariant hlpBinaryToDouble(Dorvy3ByteReader reader)
+QVariant hlpBinaryToDouble(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
-    const double value = reader.readDouble();
-    return hlpChecked(reader, value);
+    Dorvy3ByteReader reader(value, length);
+    const double number = reader.readDouble();
+    return hlpChecked(reader, number);
 }
 
 QDate hlpToDate(qint64 days)
 {
+    constexpr qint64 FirstDay = -730119; // 0001-01-01
+    constexpr qint64 LastDay = 2921939;  // 9999-12-31
+    if (days >= FirstDay && days <= LastDay) {
+        // The same date, without a way over year, month and day and back; see
+        // tst_dorvydecode_binary, everyDayOfTheCommonEra.
+        return QDate::fromJulianDay(days + PgEpochJulianDay);
+    }
     int year = 0;
     int month = 0;
     int day = 0;
@@ -70,8 +98,12 @@ QDate hlpToDate(qint64 days)
     return QDate(year, month, day);
 }
 
+// microseconds: less than a day, of either sign.
 QTime hlpToTime(qint64 microseconds)
 {
+    if (microseconds >= 0) {
+        return QTime::fromMSecsSinceStartOfDay(static_cast<int>(microseconds / UsecPerMsec));
+    }
     int hours = 0;
     int minutes = 0;
     int seconds = 0;
@@ -80,14 +112,16 @@ QTime hlpToTime(qint64 microseconds)
     return QTime(hours, minutes, seconds, static_cast<int>(usec / UsecPerMsec));
 }
 
-QVariant hlpBinaryToDate(Dorvy3ByteReader reader)
+QVariant hlpBinaryToDate(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
+    Dorvy3ByteReader reader(value, length);
     const auto days = reader.read<qint32>();
     return hlpChecked(reader, hlpToDate(days));
 }
 
-QVariant hlpBinaryToTime(Dorvy3ByteReader reader)
+QVariant hlpBinaryToTime(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
+    Dorvy3ByteReader reader(value, length);
     const auto microseconds = reader.read<qint64>();
     return hlpChecked(reader, hlpToTime(microseconds % UsecPerDay));
 }
@@ -95,15 +129,16 @@ QVariant hlpBinaryToTime(Dorvy3ByteReader reader)
 // The fields are read as local time: no zone conversion. The remainder is cut toward zero, so a
 // moment before 2000 with a time of day has a negative time, which QTime refuses and QDateTime
 // takes as the midnight that follows. Meant; see tst_dorvydecode_binary, timestamp.
-QVariant hlpBinaryToDateTime(Dorvy3ByteReader reader)
+QVariant hlpBinaryToDateTime(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
+    Dorvy3ByteReader reader(value, length);
     const auto microseconds = reader.read<qint64>();
     const qint64 time = microseconds % UsecPerDay;
     const qint64 days = (microseconds - time) / UsecPerDay;
     return hlpChecked(reader, QDateTime(hlpToDate(days), hlpToTime(time), Qt::LocalTime));
 }
 
-QVariant hlpBinaryToUuid(int length, const char *value)
+QVariant hlpBinaryToUuid(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
     if (length < UuidBytes) {
         return QVariant();
@@ -112,9 +147,20 @@ QVariant hlpBinaryToUuid(int length, const char *value)
 }
 
 // A view into the libpq result, valid only while that is alive.
-QVariant hlpBinaryToBytes(int length, const char *value)
+QVariant hlpBinaryToBytes(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
     return QVariant(QByteArray::fromRawData(value, length));
+}
+
+// Up to the zero that libpq puts behind every value.
+QVariant hlpBinaryToText(const Dorvy3Connection *connection, const char *value, int /*length*/)
+{
+    return QVariant(connection->client(value, -1));
+}
+
+QVariant hlpBinaryToPadded(const Dorvy3Connection *connection, const char *value, int /*length*/)
+{
+    return QVariant(connection->client(value, -1).trimmed());
 }
 
 // The sum of count digits, the first of which stands for 10000 to the power of weight. Digits too
@@ -137,8 +183,9 @@ double hlpNumericSum(Dorvy3ByteReader &reader, int count, int weight)
     return sum;
 }
 
-QVariant hlpBinaryToNumeric(Dorvy3ByteReader reader)
+QVariant hlpBinaryToNumeric(const Dorvy3Connection * /*connection*/, const char *value, int length)
 {
+    Dorvy3ByteReader reader(value, length);
     const int count = reader.read<quint16>();
     const int weight = reader.read<qint16>();
     const auto sign = reader.read<quint16>();
@@ -185,46 +232,50 @@ void hlpDecodePgTime(long long microseconds, int &hours, int &minutes, int &seco
     usec = static_cast<int>(microseconds % UsecPerSec);
 }
 
-QVariant hlpBinaryPSQLValueToVariant(const QSharedPointer<Dorvy3Connection> &connection, int oid,
-                                     int length, const char *value)
+DorvyBinaryDecoder hlpBinaryDecoder(int oid)
 {
-    const Dorvy3ByteReader reader(value, length);
     switch (oid) {
     case Dorvy3Oid::Bool:
-        return hlpBinaryToBool(reader);
+        return hlpBinaryToBool;
     case Dorvy3Oid::Bytea:
     case Dorvy3Oid::Unknown:
     case Dorvy3Oid::Jsonb: // its version byte included
-        return hlpBinaryToBytes(length, value);
+        return hlpBinaryToBytes;
     case Dorvy3Oid::Name:
     case Dorvy3Oid::Text:
     case Dorvy3Oid::Varchar:
-        return QVariant(connection->client(value, -1)); // libpq puts a zero behind every value
+        return hlpBinaryToText;
     case Dorvy3Oid::Bpchar:
-        return QVariant(connection->client(value, -1).trimmed());
+        return hlpBinaryToPadded;
     case Dorvy3Oid::Int8:
-        return hlpBinaryToNumber<qint64, qlonglong>(reader);
+        return hlpBinaryToNumber<qint64, qlonglong>;
     case Dorvy3Oid::Int2:
-        return hlpBinaryToNumber<qint16, short>(reader);
+        return hlpBinaryToNumber<qint16, short>;
     case Dorvy3Oid::Int4:
-        return hlpBinaryToNumber<qint32, int>(reader);
+        return hlpBinaryToNumber<qint32, int>;
     case Dorvy3Oid::Float4:
-        return hlpBinaryToFloat(reader);
+        return hlpBinaryToFloat;
     case Dorvy3Oid::Float8:
-        return hlpBinaryToDouble(reader);
+        return hlpBinaryToDouble;
     case Dorvy3Oid::Date:
-        return hlpBinaryToDate(reader);
+        return hlpBinaryToDate;
     case Dorvy3Oid::Time:
     case Dorvy3Oid::TimeTz: // not reached, as the type table refuses it; its zone is ignored
-        return hlpBinaryToTime(reader);
+        return hlpBinaryToTime;
     case Dorvy3Oid::Timestamp:
     case Dorvy3Oid::TimestampTz:
-        return hlpBinaryToDateTime(reader);
+        return hlpBinaryToDateTime;
     case Dorvy3Oid::Numeric:
-        return hlpBinaryToNumeric(reader);
+        return hlpBinaryToNumeric;
     case Dorvy3Oid::Uuid:
-        return hlpBinaryToUuid(length, value);
+        return hlpBinaryToUuid;
     default:
         hlpUnsupportedType(oid);
     }
+}
+
+QVariant hlpBinaryPSQLValueToVariant(const QSharedPointer<Dorvy3Connection> &connection, int oid,
+                                     int length, const char *value)
+{
+    return hlpBinaryDecoder(oid)(connection.data(), value, length);
 }

@@ -23,6 +23,15 @@ QVariant hlpPSQLValueToVariant(const QSharedPointer<Dorvy3Connection> &connectio
                                const char *value);
 
 /*!
+    Decodes a value in binary format: \a length bytes at \a value, with a zero behind them.
+*/
+using DorvyBinaryDecoder = QVariant (*)(const Dorvy3Connection *connection, const char *value,
+                                        int length);
+
+/*! The decoder of values of the type with the OID \a oid. An unsupported one ends the process. */
+DorvyBinaryDecoder hlpBinaryDecoder(int oid);
+
+/*!
     A value in binary format: \a length bytes at \a value. Byte arrays are not copied: they are
     views into the libpq result. Fewer bytes than the type needs, which only a broken server sends,
     give an invalid value. An unsupported type ends the process.

@@ -10,6 +10,7 @@
 #include "driver/dorvydriver_p.h"
 #include "driver/dorvyfield_p.h"
 #include "driver/dorvyresult_p.h"
+#include "driver/dorvytypes_p.h"
 
 #include <QtSql/QSqlError>
 
@@ -26,10 +27,22 @@ QSqlError hlpNoMemory(const QString &operation)
     return QSqlError(noMemory(), operation, QSqlError::StatementError);
 }
 
+QVector<DorvyColumn> hlpColumns(const Dorvy3Result &page)
+{
+    QVector<DorvyColumn> columns;
+    const int count = PQnfields(page.result);
+    for (int column = 0; column < count; ++column) {
+        const auto oid = static_cast<int>(PQftype(page.result, column));
+        columns.append({hlpDecodePSQLType(oid), hlpBinaryDecoder(oid)});
+    }
+    return columns;
+}
+
 } // namespace
 
 DorvyResultPrivate::DorvyResultPrivate(DorvyResult *result, const DorvyDriver *driver)
     : QSqlResultPrivate(result, driver)
+    , describesStatement(false)
 {
     if (DorvyDriverPrivate *owner = driverPrivate()) {
         owner->bind(this);
@@ -52,6 +65,25 @@ DorvyResultPrivate::~DorvyResultPrivate()
 QString DorvyResultPrivate::fieldSerial(int i) const
 {
     return QLatin1Char('$') + QString::number(i + 1);
+}
+
+void DorvyResultPrivate::describe(const Dorvy3Statement &statement)
+{
+    const bool isBinary = PQbinaryTuples(page->result);
+    const bool isStatements = isBinary && statement.isDescribing(*page);
+    if (isStatements && describesStatement) {
+        return; // by an earlier run
+    }
+    record = hlpDescribeColumns(*page);
+    columns = isBinary ? hlpColumns(*page) : QVector<DorvyColumn>();
+    describesStatement = isStatements;
+}
+
+void DorvyResultPrivate::clearDescription()
+{
+    record.clear();
+    columns.clear();
+    describesStatement = false;
 }
 
 void DorvyResultPrivate::release()
@@ -79,32 +111,37 @@ QSqlRecord DorvyResult::record() const
     return d->record;
 }
 
+// A run leaves its columns described for the next one of the same statement.
 void DorvyResult::hlpStart()
 {
     Q_D(DorvyResult);
-    d->record.clear();
     d->page.reset();
     setActive(false);
 }
 
 bool DorvyResult::hlpFail(const QSqlError &error)
 {
+    Q_D(DorvyResult);
+    d->clearDescription();
     setLastError(error);
     return false;
 }
 
-// Ends a run: with a page it is active and described, without one it has failed.
-bool DorvyResult::hlpFinish(const QSqlError &error)
+// Ends a run, which has left its error where Qt keeps it: with a page it is active and described,
+// without one it has failed.
+bool DorvyResult::hlpFinish()
 {
     Q_D(DorvyResult);
     if (!d->page) {
-        return hlpFail(error);
+        d->clearDescription();
+        return false;
     }
-    setLastError(error);
     setActive(true);
     setSelect(statement->readonly());
     if (isSelect()) {
-        d->record = hlpDescribeColumns(*d->page);
+        d->describe(*statement);
+    } else {
+        d->clearDescription();
     }
     return true;
 }
@@ -113,6 +150,7 @@ bool DorvyResult::hlpFinish(const QSqlError &error)
 bool DorvyResult::hlpLookUp(const QString &query, QSqlError *error)
 {
     Q_D(DorvyResult);
+    d->clearDescription();
     DorvyDriverPrivate *driver = d->driverPrivate();
     if (!driver) {
         statement.reset();
@@ -142,23 +180,22 @@ void DorvyResult::hlpRun(const QSharedPointer<Dorvy3Result> &previous, QSqlError
 
 bool DorvyResult::reset(const QString &query)
 {
+    Q_D(DorvyResult);
     hlpStart();
-    QSqlError error;
-    if (!hlpLookUp(query, &error)) {
-        return hlpFail(error);
+    if (!hlpLookUp(query, &d->error)) {
+        return false;
     }
-    hlpRun({}, &error);
-    return hlpFinish(error);
+    hlpRun({}, &d->error);
+    return hlpFinish();
 }
 
 bool DorvyResult::prepare(const QString &query)
 {
+    Q_D(DorvyResult);
     hlpStart();
-    QSqlError error;
-    if (!hlpLookUp(query, &error)) {
-        return hlpFail(error);
+    if (!hlpLookUp(query, &d->error)) {
+        return false;
     }
-    setLastError(error);
     setSelect(statement->readonly());
     return true;
 }
@@ -170,11 +207,10 @@ bool DorvyResult::exec()
     if (!statement) {
         return hlpFail(hlpRefusal(cannotExecute(), notPrepared()));
     }
-    QSqlError error;
     try {
-        d->page = statement->exec(boundValues(), &error, DefaultRows);
+        d->page = statement->exec(boundValues(), &d->error, DefaultRows);
     } catch (const std::bad_alloc &) {
-        error = hlpNoMemory(executeFailed());
+        d->error = hlpNoMemory(executeFailed());
     }
-    return hlpFinish(error);
+    return hlpFinish();
 }

@@ -76,13 +76,12 @@ protected:
 
 private:
     bool hlpFail(const QSqlError &error);
-    bool hlpFinish(const QSqlError &error);
+    bool hlpFinish();
     void hlpStart();
     bool hlpLookUp(const QString &query, QSqlError *error);
     void hlpRun(const QSharedPointer<Dorvy3Result> &previous, QSqlError *error);
-    bool hlpHasRow(int row) const;
     bool hlpMoveTo(int row);
-    QVariant hlpDecode(int column, QVariant::Type type, int oid) const;
+    QVariant hlpUndescribed(int column) const;
 
     QSharedPointer<Dorvy3Statement> statement; // of the current text
 };

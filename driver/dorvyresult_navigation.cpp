@@ -15,15 +15,10 @@
 
 #include <new>
 
-bool DorvyResult::hlpHasRow(int row) const
-{
-    Q_D(const DorvyResult);
-    return d->page && row >= 0 && row < PQntuples(d->page->result);
-}
-
 bool DorvyResult::hlpMoveTo(int row)
 {
-    if (!hlpHasRow(row)) {
+    Q_D(const DorvyResult);
+    if (!d->page || row < 0 || row >= PQntuples(d->page->result)) {
         return false;
     }
     setAt(row);
@@ -36,7 +31,7 @@ bool DorvyResult::fetchNext()
     if (!d->page) {
         return false;
     }
-    if (hlpMoveTo(at() + 1)) {
+    if (hlpMoveTo(d->idx + 1)) {
         return true;
     }
     QSqlError error;
@@ -105,35 +100,43 @@ void DorvyResult::detachFromResultSet()
     d->release();
 }
 
-// The value of the current row, which is not null.
-QVariant DorvyResult::hlpDecode(int column, QVariant::Type type, int oid) const
+// A value of a page that is no described, binary one.
+QVariant DorvyResult::hlpUndescribed(int column) const
 {
     Q_D(const DorvyResult);
-    const PGresult *result = d->page->result;
-    const char *value = PQgetvalue(result, at(), column);
-    if (!PQbinaryTuples(result)) {
-        return hlpPSQLValueToVariant(d->page->connection, type, oid, numericalPrecisionPolicy(),
-                                     value);
+    const Dorvy3Result &page = *d->page;
+    // Signed: a negative column goes on to libpq, whose OID 0 for it the type table refuses.
+    if (column >= PQnfields(page.result)) {
+        return QVariant();
     }
-    return hlpBinaryPSQLValueToVariant(d->page->connection, oid, PQgetlength(result, at(), column),
+    const auto oid = static_cast<int>(PQftype(page.result, column));
+    const QVariant::Type type = hlpDecodePSQLType(oid);
+    const char *value = nullptr;
+    const int length = page.value(d->idx, column, &value);
+    if (!value) {
+        return QVariant(type);
+    }
+    return PQbinaryTuples(page.result)
+               ? hlpBinaryPSQLValueToVariant(page.connection, oid, length, value)
+               : hlpPSQLValueToVariant(page.connection, type, oid, numericalPrecisionPolicy(),
                                        value);
 }
 
 QVariant DorvyResult::data(int column)
 {
     Q_D(DorvyResult);
-    // Signed: a negative column goes on to libpq, whose OID 0 for it the type table refuses.
-    if (!d->page || column >= PQnfields(d->page->result)) {
+    if (!d->page) {
         return QVariant();
     }
-    const PGresult *result = d->page->result;
-    const auto oid = static_cast<int>(PQftype(result, column));
-    const QVariant::Type type = hlpDecodePSQLType(oid);
-    if (PQgetisnull(result, at(), column)) {
-        return QVariant(type);
-    }
     try {
-        return hlpDecode(column, type, oid);
+        if (column < 0 || column >= d->columns.size()) {
+            return hlpUndescribed(column);
+        }
+        const DorvyColumn &reader = d->columns.at(column);
+        const char *value = nullptr;
+        const int length = d->page->value(d->idx, column, &value);
+        return value ? reader.decode(d->page->connection.data(), value, length)
+                     : QVariant(reader.type);
     } catch (const std::bad_alloc &) {
         return QVariant(); // among them the server's largest texts, which no QString can hold
     }

@@ -6,16 +6,26 @@
 #define DORVYRESULT_P_H
 
 #include "access/dorvy3result.h"
+#include "driver/dorvydecode_p.h"
 #include "driver/dorvydriver.h"
 #include "driver/dorvyresult.h"
 
 #include <private/qsqlresult_p.h>
 
+#include <QtCore/QVector>
 #include <QtSql/QSqlRecord>
 
+class Dorvy3Statement;
 class DorvyDriverPrivate;
 
 constexpr int DefaultRows = -1; // asks the statement for its own page size
+
+/*! How the values of one column are read. */
+struct DorvyColumn
+{
+    QVariant::Type type; // of SQL NULL
+    DorvyBinaryDecoder decode;
+};
 
 class DorvyResultPrivate : public QSqlResultPrivate
 {
@@ -34,8 +44,16 @@ public:
     /*! Drops the result's statement, then its page. */
     void release();
 
+    /*! Describes the columns of the page, the first of a run of \a statement. */
+    void describe(const Dorvy3Statement &statement);
+
+    /*! Forgets the columns. */
+    void clearDescription();
+
     QSharedPointer<Dorvy3Result> page; // of the last run, while it is held
     QSqlRecord record;
+    QVector<DorvyColumn> columns; // of the pages; empty unless they are described and binary
+    bool describesStatement;      // whether both are of pages that have the statement's columns
 };
 
 #endif // DORVYRESULT_P_H
