@@ -76,9 +76,9 @@ PGresult *ppqFinish(PGconn *conn);
 /* ---- ppqrows.c: the rows of a page ---- */
 
 /*
- * Adds the rows that have been received to the result that is being built, up to the first message
- * that is none.  False: there is no row that can be added; libpq's parser has to look at the
- * message.
+ * Where the next message is a DataRow: adds it and those that have been received behind it to the
+ * result that is being built, up to the first message that is no good row.  False: it has added
+ * none; libpq's parser has to look at the message.
  */
 bool ppqTakeRows(PGconn *conn);
 

@@ -18,24 +18,42 @@ static bool ppqIsPage(const PGconn *conn)
            (conn->result != NULL && conn->result->resultStatus == PGRES_TUPLES_OK);
 }
 
-/* Whether the next message, which ends at the given offset, is the PortalSuspended of a page. */
-static bool ppqIsSuspended(const PGconn *conn, int end)
+/*
+ * To libpq's parser EmptyQueryResponse has PortalSuspended's length and, behind a column
+ * description, its meaning: the result is complete.  So the one is handed over as the other, and
+ * suspended is set; where no page is being built it stays what it is, and libpq reports an
+ * unexpected message.
+ */
+static void ppqSuspend(PGconn *conn, int end, bool *suspended)
 {
-    return conn->inBuffer[conn->inStart] == 's' && end - conn->inStart == PPQ_HEADER_BYTES &&
-           ppqIsPage(conn);
+    if (end - conn->inStart == PPQ_HEADER_BYTES && ppqIsPage(conn)) {
+        conn->inBuffer[conn->inStart] = 'I';
+        *suspended = true;
+    }
 }
 
 /*
- * The result that a CopyResponse or a ParameterDescription begins takes the place of the one that
- * is being built, which libpq's parser then forgets to free.
+ * Sees to what libpq's parser does not know, does slowly or forgets, in the next message, which
+ * ends at the given offset.  True: the message has been taken, and as many as belong to it.
  */
-static void ppqDropReplaced(PGconn *conn)
+static bool ppqTakeOwn(PGconn *conn, int end, bool *suspended)
 {
-    const char type = conn->inBuffer[conn->inStart];
-
-    if (type == 'G' || type == 'H' || type == 'W' || type == 't') {
+    switch (conn->inBuffer[conn->inStart]) {
+    case 'D':
+        return ppqTakeRows(conn);
+    case 's':
+        ppqSuspend(conn, end, suspended);
+        return false;
+    case 'G':
+    case 'H':
+    case 'W':
+    case 't':
+        /* The result that these begin takes the place of the one being built, and that leaks. */
         PQclear(conn->result);
         conn->result = NULL;
+        return false;
+    default:
+        return false;
     }
 }
 
@@ -54,23 +72,14 @@ static void ppqParseUpTo(PGconn *conn, int offset)
 /*
  * Parses what has been received, one message at a time: libpq's parser reads on behind a message
  * that ends too early, or waits for more of it.  False: there is such a message.
- *
- * To that parser EmptyQueryResponse has PortalSuspended's length and, behind a column description,
- * its meaning: the result is complete.  So the one is handed over as the other, and suspended is
- * set; where no page is being built it stays what it is, and libpq reports an unexpected message.
  */
 static bool ppqParse(PGconn *conn, bool *suspended)
 {
     int end;
 
     while (conn->asyncStatus == PGASYNC_BUSY && (end = ppqMessageEnd(conn, conn->inStart)) >= 0) {
-        if (ppqTakeRows(conn))
+        if (ppqTakeOwn(conn, end, suspended))
             continue;
-        if (ppqIsSuspended(conn, end)) {
-            conn->inBuffer[conn->inStart] = 'I';
-            *suspended = true;
-        }
-        ppqDropReplaced(conn);
         ppqParseUpTo(conn, end);
         if (conn->asyncStatus == PGASYNC_BUSY && conn->inStart != end)
             return false;

@@ -16,14 +16,13 @@
 #define PPQ_NULL_LENGTH UINT32_MAX
 
 /*
- * Whether the next message is a row that libpq's parser would add to the result that is being
- * built.  A row that is traced, or handed out on its own, is left to it.
+ * Whether libpq's parser would add the rows to the result that is being built.  Rows that are
+ * traced, or handed out one by one, are left to it.
  */
-static bool ppqIsRowOfResult(const PGconn *conn)
+static bool ppqIsBuilding(const PGconn *conn)
 {
-    return conn->inBuffer[conn->inStart] == 'D' && conn->result != NULL &&
-           conn->result->resultStatus == PGRES_TUPLES_OK && !conn->singleRowMode &&
-           conn->Pfdebug == NULL;
+    return conn->result != NULL && conn->result->resultStatus == PGRES_TUPLES_OK &&
+           !conn->singleRowMode && conn->Pfdebug == NULL;
 }
 
 /* The end of the run of whole DataRow messages that stand next, and their number. */
@@ -127,7 +126,7 @@ bool ppqTakeRows(PGconn *conn)
     char *run;
     int rows;
 
-    if (!ppqIsRowOfResult(conn))
+    if (!ppqIsBuilding(conn))
         return false;
     bytes = (size_t)(ppqRunEnd(conn, &rows) - conn->inStart);
     valueBytes = (size_t)rows * (size_t)result->numAttributes * sizeof(PGresAttValue);
