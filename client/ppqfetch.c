@@ -34,6 +34,47 @@ static void ppqZeroTag(PGresult *page)
         strlcpy(count + 1, "0", 2);
 }
 
+static size_t ppqColumnBytes(const PGresult *page)
+{
+    size_t bytes = (size_t)page->numAttributes * sizeof(*page->attDescs);
+
+    for (int i = 0; i < page->numAttributes; i++)
+        bytes += strlen(page->attDescs[i].name) + 1;
+    return bytes;
+}
+
+/* Copies the descriptions of the columns to descs, and their names behind them. */
+static void ppqCopyDescs(const PGresult *page, PGresAttDesc *descs)
+{
+    char *names = (char *)(descs + page->numAttributes);
+
+    for (int i = 0; i < page->numAttributes; i++) {
+        descs[i] = page->attDescs[i];
+        descs[i].name = names;
+        names = stpcpy(names, page->attDescs[i].name) + 1;
+    }
+}
+
+/* An empty page with the columns of another: PQcopyResult, with one allocation for all of them. */
+static PGresult *ppqCopyColumns(const PGresult *page)
+{
+    PGresult *copy = PQmakeEmptyPGresult(NULL, PGRES_TUPLES_OK);
+
+    if (copy == NULL)
+        return NULL;
+    copy->attDescs = pqResultAlloc(copy, ppqColumnBytes(page), true);
+    if (copy->attDescs == NULL) {
+        PQclear(copy);
+        return NULL;
+    }
+    ppqCopyDescs(page, copy->attDescs);
+    copy->numAttributes = page->numAttributes;
+    copy->binary = page->binary;
+    copy->client_encoding = page->client_encoding;
+    strlcpy(copy->cmdStatus, page->cmdStatus, sizeof(copy->cmdStatus));
+    return copy;
+}
+
 /* Execute alone is answered without a column description: the rows join that of page. */
 static PGresult *ppqFetchInto(PGconn *conn, int maxRows, const char *portalName, PGresult *page)
 {
@@ -64,7 +105,7 @@ PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGre
     if (!ppqIsExhausted(previous) &&
         (!ppqReserve(conn, ppqNameBytes(portalName) + PPQ_HEADER_BYTES) || !ppqBegin(conn)))
         return NULL;
-    page = PQcopyResult(previous, PG_COPYRES_ATTRS);
+    page = ppqCopyColumns(previous);
     if (page == NULL) {
         ppqSetError(conn, "out of memory");
         return NULL;
