@@ -35,6 +35,12 @@ qint64 hlpPgDay(int year, int month, int day)
     return julian - PgEpochJulianDay;
 }
 
+qint64 hlpPgDay(const QDate &date)
+{
+    const qint64 day = date.toJulianDay() - PgEpochJulianDay;
+    return hlpIsCommonDay(day) ? day : hlpPgDay(date.year(), date.month(), date.day());
+}
+
 int hlpEncodePgDate(int year, int month, int day)
 {
     return static_cast<int>(hlpPgDay(year, month, day));

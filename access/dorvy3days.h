@@ -18,6 +18,7 @@ int hlpEncodePgDate(int year, int month, int day);
 
 /*! The same in 64 bits, for any date that a QDate can hold. */
 qint64 hlpPgDay(int year, int month, int day);
+qint64 hlpPgDay(const QDate &date);
 
 /*!
     The date, time of day, and both, of a day number from 1899-12-30. A negative value is rounded

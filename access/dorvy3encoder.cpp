@@ -39,23 +39,22 @@ Dorvy3Encoding hlpWriteBytes(const QByteArray &bytes, QByteArray &out, int *leng
     return Dorvy3Encoding::Done;
 }
 
-// Whether Qt can convert the value to a text and back.
-bool hlpIsConvertible(const QVariant &value)
+// Whether Qt can convert the bytes of the value to a text, if that is what they are.
+bool hlpIsDecodable(const QVariant &value)
 {
-    switch (value.type()) {
-    case QVariant::String:
-        return value.toString().size() <= MaxUtf8Units;
-    case QVariant::ByteArray:
-        return value.toByteArray().size() <= MaxDecodedBytes;
-    default:
-        return true;
-    }
+    return value.type() != QVariant::ByteArray || value.toByteArray().size() <= MaxDecodedBytes;
+}
+
+// Whether Qt can convert the text of the value to bytes, if that is what it is.
+bool hlpIsEncodable(const QVariant &value)
+{
+    return value.type() != QVariant::String || value.toString().size() <= MaxUtf8Units;
 }
 
 Dorvy3Encoding hlpEncodeText(const QVariant &value, const Dorvy3Connection &connection,
                              QByteArray &out, int *length)
 {
-    if (!hlpIsConvertible(value)) {
+    if (!hlpIsDecodable(value)) {
         return Dorvy3Encoding::TooLarge;
     }
     const QString text = value.toString();
@@ -67,7 +66,7 @@ Dorvy3Encoding hlpEncodeText(const QVariant &value, const Dorvy3Connection &conn
 
 Dorvy3Encoding hlpEncodeBytes(const QVariant &value, QByteArray &out, int *length)
 {
-    if (!hlpIsConvertible(value)) {
+    if (!hlpIsEncodable(value)) {
         return Dorvy3Encoding::TooLarge;
     }
     const QByteArray bytes = value.toByteArray();
@@ -141,7 +140,7 @@ Dorvy3Encoding hlpEncodeDate(const QVariant &value, QByteArray &out, int *length
     if (!date.isValid()) {
         return Dorvy3Encoding::NoConversion;
     }
-    const qint64 day = hlpPgDay(date.year(), date.month(), date.day());
+    const qint64 day = hlpPgDay(date);
     const bool fits =
         day >= std::numeric_limits<qint32>::min() && day <= std::numeric_limits<qint32>::max();
     return hlpWriteInteger(fits, static_cast<qint32>(day), out, length);
@@ -186,10 +185,8 @@ Dorvy3Encoding hlpEncodeTimestamp(const QVariant &value, QByteArray &out, int *l
     if (!moment.isValid()) {
         return Dorvy3Encoding::NoConversion;
     }
-    const QDate date = moment.date();
     qint64 usec = 0;
-    const bool fits = hlpToUsec(hlpPgDay(date.year(), date.month(), date.day()),
-                                hlpUsecOfDay(moment.time()), &usec);
+    const bool fits = hlpToUsec(hlpPgDay(moment.date()), hlpUsecOfDay(moment.time()), &usec);
     return hlpWriteInteger(fits, usec, out, length);
 }
 

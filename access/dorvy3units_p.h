@@ -15,6 +15,17 @@ constexpr qint64 UsecPerDay = 24 * UsecPerHour;
 
 constexpr qint64 PgEpochJulianDay = 2451545; // 2000-01-01, from which the server counts days
 
+// Days of the years 1 to 9999, counted from the epoch. There the server's rules, which go by year,
+// month and day, and QDate's own number of a day give the same date; see tst_dorvydecode_binary,
+// everyDayOfTheCommonEra, and tst_dorvy3days, everyDayOfTheCommonEra.
+constexpr qint64 FirstCommonDay = -730119;
+constexpr qint64 LastCommonDay = 2921939;
+
+constexpr bool hlpIsCommonDay(qint64 day)
+{
+    return day >= FirstCommonDay && day <= LastCommonDay;
+}
+
 // A binary numeric is four 16-bit words (digits, weight, sign, display scale) and its digits.
 constexpr int NumericBase = 10000;
 constexpr int NumericHeaderBytes = 8;

@@ -84,11 +84,7 @@ QVariant hlpBinaryToDouble(const Dorvy3Connection * /*connection*/, const char *
 
 QDate hlpToDate(qint64 days)
 {
-    constexpr qint64 FirstDay = -730119; // 0001-01-01
-    constexpr qint64 LastDay = 2921939;  // 9999-12-31
-    if (days >= FirstDay && days <= LastDay) {
-        // The same date, without a way over year, month and day and back; see
-        // tst_dorvydecode_binary, everyDayOfTheCommonEra.
+    if (hlpIsCommonDay(days)) {
         return QDate::fromJulianDay(days + PgEpochJulianDay);
     }
     int year = 0;

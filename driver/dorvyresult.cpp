@@ -64,7 +64,27 @@ DorvyResultPrivate::~DorvyResultPrivate()
 
 QString DorvyResultPrivate::fieldSerial(int i) const
 {
-    return QLatin1Char('$') + QString::number(i + 1);
+    // Qt asks for it whenever a value is bound; the first ones take no memory.
+    switch (i) {
+    case 0:
+        return QStringLiteral("$1");
+    case 1:
+        return QStringLiteral("$2");
+    case 2:
+        return QStringLiteral("$3");
+    case 3:
+        return QStringLiteral("$4");
+    case 4:
+        return QStringLiteral("$5");
+    case 5:
+        return QStringLiteral("$6");
+    case 6:
+        return QStringLiteral("$7");
+    case 7:
+        return QStringLiteral("$8");
+    default:
+        return QLatin1Char('$') + QString::number(i + 1);
+    }
 }
 
 void DorvyResultPrivate::describe(const Dorvy3Statement &statement)

@@ -14,6 +14,7 @@
 #include <QtSql/QSqlError>
 
 #include <new>
+#include <utility>
 
 bool DorvyResult::hlpMoveTo(int row)
 {
@@ -34,14 +35,13 @@ bool DorvyResult::fetchNext()
     if (hlpMoveTo(d->idx + 1)) {
         return true;
     }
-    QSqlError error;
-    const QSharedPointer<Dorvy3Result> previous = d->page;
-    hlpRun(previous, &error);
+    const QSharedPointer<Dorvy3Result> previous = std::move(d->page);
+    hlpRun(previous, &d->pageError);
     // Within its page the first row of the next one is row 0.
     if (hlpMoveTo(0)) {
         return true;
     }
-    setLastError(error);
+    setLastError(d->pageError);
     return false;
 }
 

@@ -13,6 +13,7 @@
 #include <private/qsqlresult_p.h>
 
 #include <QtCore/QVector>
+#include <QtSql/QSqlError>
 #include <QtSql/QSqlRecord>
 
 class Dorvy3Statement;
@@ -53,7 +54,8 @@ public:
     QSharedPointer<Dorvy3Result> page; // of the last run, while it is held
     QSqlRecord record;
     QVector<DorvyColumn> columns; // of the pages; empty unless they are described and binary
-    bool describesStatement;      // whether both are of pages that have the statement's columns
+    QSqlError pageError;     // of the last change of pages; each error that is made takes memory
+    bool describesStatement; // whether both are of pages that have the statement's columns
 };
 
 #endif // DORVYRESULT_P_H
