@@ -1,0 +1,41 @@
+# SPDX-FileCopyrightText: 2026 the DORVY driver developers
+# SPDX-License-Identifier: MIT
+"""The machine and the versions of what is measured on it."""
+
+import os
+import pathlib
+import platform
+import re
+import subprocess
+
+from server import ROOT
+
+PACKAGES = ("postgresql-15", "libpq5", "libqt5sql5", "libqt5sql5-odbc", "odbc-postgresql",
+            "libodbc2", "libpqxx-6.4", "libpostgresql-jdbc-java", "openjdk-17-jre-headless",
+            "python3-psycopg2", "python3", "gcc")
+KIB_PER_GIB = 1024 * 1024
+
+
+def output(*command):
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout.strip()
+
+
+def field(file, pattern):
+    return re.search(pattern, pathlib.Path(file).read_text(encoding="utf-8")).group(1)
+
+
+def machine():
+    memory = int(field("/proc/meminfo", r"MemTotal:\s+(\d+)")) / KIB_PER_GIB
+    return {
+        "Processor": field("/proc/cpuinfo", r"model name\s*: (.*)"),
+        "Cores": str(len(os.sched_getaffinity(0))),
+        "Memory": f"{memory:.0f} GiB",
+        "System": field("/etc/os-release", 'PRETTY_NAME="(.*)"'),
+        "Kernel": platform.release(),
+    }
+
+
+def versions():
+    listed = output("dpkg-query", "-W", "-f", "${Package} ${Version}\n", *PACKAGES)
+    commit = output("git", "-C", str(ROOT), "rev-parse", "--short", "HEAD")
+    return {"DORVY": commit, **dict(line.split() for line in listed.splitlines())}
