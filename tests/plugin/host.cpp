@@ -9,7 +9,8 @@
 //     host thread PLUGIN HOST PORT OPTIONS  uses the plugin on a thread and unloads it before the
 //                                           thread ends
 //     host walk HOST PORT ROWS              walks over ROWS rows; prints the peak of its memory,
-//     KiB
+//                                           KiB
+//     host texts HOST PORT ROWS SIZE        walks over ROWS texts of SIZE characters
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
 #include <QtCore/QPluginLoader>
@@ -171,6 +172,24 @@ bool walk(const QStringList &arguments)
     return rows == expected && sum == expected * (expected + 1) / 2;
 }
 
+bool texts(const QStringList &arguments)
+{
+    QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("DORVY"));
+    if (!open(database, arguments.at(0), arguments.at(1), QString())) {
+        return false;
+    }
+    QSqlQuery query(database);
+    if (!query.exec(QStringLiteral("SELECT repeat('x', %2) FROM generate_series(1, %1)")
+                        .arg(arguments.at(2), arguments.at(3)))) {
+        return complain(query.lastError());
+    }
+    int rows = 0;
+    while (query.next() && query.value(0).toString().size() == arguments.at(3).toInt()) {
+        ++rows;
+    }
+    return rows == arguments.at(2).toInt();
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -181,6 +200,7 @@ int main(int argc, char *argv[])
     const bool good = mode == QStringLiteral("query")    ? query(arguments)
                       : mode == QStringLiteral("driver") ? driver(arguments)
                       : mode == QStringLiteral("thread") ? thread(arguments)
+                      : mode == QStringLiteral("texts")  ? texts(arguments)
                                                          : walk(arguments);
     return good ? 0 : 1;
 }

@@ -4,7 +4,6 @@
 // WireProxy: stands between a client and a PostgreSQL server and writes down what they say.
 #include "tests/support/wireproxy.h"
 
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 #include <QtCore/QMutexLocker>
 #include <QtCore/QThread>
@@ -23,6 +22,7 @@
 namespace {
 
 constexpr int StepMsec = 5;
+constexpr qint64 NsecPerMsec = 1000000;
 constexpr quint32 SslRequest = 80877103; // PostgreSQL protocol 3.0, message formats
 constexpr quint32 GssRequest = 80877104;
 
@@ -75,11 +75,13 @@ WireProxy::WireProxy(const QString &serverSocketDir, int serverPort, const QStri
     , listenPort(0)
     , connections(0)
     , hookCalled(false)
+    , replyDelayMsec(0)
     , repliesHeld(false)
     , requestsHeld(false)
     , cutWanted(false)
     , stopWanted(false)
 {
+    clock.start();
     listener = hlpListen(listenAddress, listenPort);
     thread = std::thread(&WireProxy::hlpServe, this);
 }
@@ -232,7 +234,8 @@ void WireProxy::hlpStep()
         descriptors.push_back({link.requests.ended ? -1 : link.client, POLLIN, 0});
         descriptors.push_back({link.replies.ended ? -1 : link.server, POLLIN, 0});
     }
-    poll(descriptors.data(), descriptors.size(), StepMsec);
+    const timespec stepTime{0, hlpStepNsec()};
+    ppoll(descriptors.data(), descriptors.size(), &stepTime, nullptr);
     const bool cutting = cutWanted; // one that is asked for further down is the next step's
     for (int i = 0; i < links.size(); ++i) {
         Link &link = links[i];
@@ -243,9 +246,11 @@ void WireProxy::hlpStep()
         if (descriptors[at + 1].revents) {
             link.replies.ended = !hlpReadReplies(link);
         }
+        hlpTakeDue(link);
         hlpPass(link.requests, link.server, requestsHeld);
         hlpPass(link.replies, link.client, repliesHeld);
-        const bool repliesDone = link.replies.ended && link.replies.waiting.isEmpty();
+        const bool repliesDone =
+            link.replies.ended && link.replies.waiting.isEmpty() && link.late.isEmpty();
         if (repliesDone || (link.requests.ended && link.requests.waiting.isEmpty()) || cutting) {
             hlpDrop(link);
         }
@@ -350,10 +355,32 @@ void WireProxy::hlpRecord(Link &link, bool fromClient)
     }
     QByteArray whole = direction.partial.left(at);
     direction.partial.remove(0, at);
-    if (!fromClient) {
-        hlpCut(link, whole);
+    if (fromClient) {
+        direction.waiting.append(whole);
+        return;
     }
-    direction.waiting.append(whole);
+    hlpCut(link, whole);
+    link.late.append({clock.nsecsElapsed() + replyDelayMsec * NsecPerMsec, whole});
+}
+
+void WireProxy::hlpTakeDue(Link &link)
+{
+    while (!link.late.isEmpty() && link.late.first().due <= clock.nsecsElapsed()) {
+        link.replies.waiting.append(link.late.takeFirst().bytes);
+    }
+}
+
+// The most that a step waits. A late reply is due to the fraction of a millisecond, as the delays of
+// many exchanges add up.
+qint64 WireProxy::hlpStepNsec() const
+{
+    qint64 wait = StepMsec * NsecPerMsec;
+    for (const Link &link : links) {
+        if (!link.late.isEmpty()) {
+            wait = qBound(Q_INT64_C(0), link.late.first().due - clock.nsecsElapsed(), wait);
+        }
+    }
+    return wait;
 }
 
 void WireProxy::hlpRecordMessage(Link &link, const WireMessage &message)

@@ -7,6 +7,7 @@
 
 #include "tests/support/wiremessage.h"
 
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QMutex>
 #include <QtCore/QSet>
 #include <QtCore/QStringList>
@@ -61,6 +62,12 @@ public:
     void holdRequests(bool hold) { requestsHeld = hold; }
 
     /*!
+        From now on the server's bytes are passed on \a msec after they have come, each connection's
+        for themselves, as a long way would bring them: none overtakes another.
+    */
+    void delayReplies(int msec) { replyDelayMsec = msec; }
+
+    /*!
         Calls \a action once, when a message comes whose line begins with \a start, such as
         "2> Execute"; the driver's names count from this call on. That is on the proxy's thread and
         before the message is passed on: nothing flows as long as \a action runs. What the server
@@ -92,6 +99,12 @@ private:
         bool ended = false;
     };
 
+    struct LateReply
+    {
+        qint64 due; // nanoseconds on the clock
+        QByteArray bytes;
+    };
+
     struct Link
     {
         int number = 0;
@@ -101,6 +114,7 @@ private:
         int replyBytes = -1;  // how many of the server's are passed on yet; -1 is all
         Direction requests;
         Direction replies;
+        QList<LateReply> late; // recorded, on their way to replies
     };
 
     struct Hook
@@ -119,6 +133,8 @@ private:
     void hlpHook(const QString &start, const std::function<void(Link &)> &call);
     Hook hlpTakeHook(const WireMessage &message);
     bool hlpRecordStartup(Link &link);
+    void hlpTakeDue(Link &link);
+    qint64 hlpStepNsec() const;
     void hlpPass(Direction &direction, int to, bool held);
     void hlpCut(Link &link, QByteArray &bytes);
     void hlpDrop(Link &link);
@@ -135,6 +151,8 @@ private:
     QVector<WireMessage> recorded;
     QSet<int> linked; // the connections that stand
     Hook hook;
+    QElapsedTimer clock; // the proxy's thread alone
+    std::atomic<int> replyDelayMsec;
     std::atomic<bool> repliesHeld;
     std::atomic<bool> requestsHeld;
     std::atomic<bool> cutWanted;
