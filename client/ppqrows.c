@@ -13,8 +13,6 @@
 
 #include "ppqbytes_p.h"
 
-#define PPQ_NULL_LENGTH UINT32_MAX
-
 /*
  * Whether libpq's parser would add the rows to the result that is being built.  Rows that are
  * traced, or handed out one by one, are left to it.
@@ -80,7 +78,7 @@ static bool ppqPointAtValues(PGresult *result, PGresAttValue *values, PpqBytes r
         if (!ppqReadUint32(&row, &length))
             return false;
         **unended = '\0';
-        if (length == PPQ_NULL_LENGTH) {
+        if ((int32)length < 0) { /* -1, but libpq takes any */
             values[i].len = NULL_LEN;
             values[i].value = result->null_field;
             continue;

@@ -116,10 +116,12 @@ Operation firstPageWithParameters(int bytes)
     };
 }
 
-QByteArray nextPage(Scene &scene)
+Operation nextPage(int rows)
 {
-    const ResultPtr page(PPQfetch(scene.conn.get(), 5, "po", scene.page.get()));
-    return inWords(scene.conn.get(), page.get());
+    return [rows](Scene &scene) {
+        const ResultPtr page(PPQfetch(scene.conn.get(), rows, "po", scene.page.get()));
+        return inWords(scene.conn.get(), page.get());
+    };
 }
 
 Operation close(const char *portal, const char *statement)
@@ -277,6 +279,9 @@ void tst_LibPpqMemory::pages() const
     QTest::newRow("page of many rows")
         << QByteArray("SELECT a FROM numbers") << none << firstPage(999)
         << QByteArray("999 rows, 2889 bytes, ''") << Stays;
+    QTest::newRow("page of many rows, longer than the buffer")
+        << QByteArray("SELECT a, repeat('x', 97), NULL FROM numbers") << none << firstPage(999)
+        << QByteArray("999 rows, 99792 bytes, ''") << Stays;
     const QByteArray parameters("SELECT $1::text, $2::text, $3::bytea");
     QTest::newRow("short parameters") << parameters << none << firstPageWithParameters(3)
                                       << QByteArray("1 rows, 6 bytes, 'SELECT 1'") << Stays;
@@ -326,7 +331,7 @@ void tst_LibPpqMemory::pagesBehindSomethingElse() const
 void tst_LibPpqMemory::laterPages() const
 {
     const Approach half = halfRead;
-    const Operation next = nextPage;
+    const Operation next = nextPage(5);
     QTest::newRow("later page, suspended") << QByteArray("SELECT generate_series(1, 9)") << half
                                            << next << QByteArray("5 rows, 5 bytes, ''") << Stays;
     QTest::newRow("later page, the last")
@@ -335,6 +340,9 @@ void tst_LibPpqMemory::laterPages() const
     QTest::newRow("later page longer than the buffer")
         << QByteArray("SELECT repeat('x', g * 10000) FROM generate_series(1, 9) g") << half << next
         << QByteArray("5 rows, 250000 bytes, ''") << Stays;
+    QTest::newRow("later page of many rows, longer than the buffer")
+        << QByteArray("SELECT repeat('x', 100), NULL FROM numbers") << half << nextPage(900)
+        << QByteArray("900 rows, 90000 bytes, ''") << Stays;
     QTest::newRow("later page with a long description")
         << "SELECT " +
                QByteArray("a AS a_column_with_a_rather_long_name_of_its_own, ").repeated(99) +

@@ -42,11 +42,20 @@ const char *const RowWithoutColumns =
     "message)\n";
 const char *const FieldCount = "PGRES_FATAL_ERROR | unexpected field count in \"D\" message\n";
 const char *const ShortRow = "PGRES_FATAL_ERROR | insufficient data in \"D\" message\n";
+const char *const LongRow =
+    "PGRES_FATAL_ERROR | message contents do not agree with length in message type \"D\"\n";
 const char *const ShortDescription = "PGRES_FATAL_ERROR | insufficient data in \"T\" message\n";
 const char *const Suspended =
     "PGRES_FATAL_ERROR | unexpected response from server; first received character was \"s\"\n";
 const char *const Unknown =
     "PGRES_FATAL_ERROR | unexpected response from server; first received character was \"~\"\n";
+
+// Bytes of the server's, for a table.
+struct Kind
+{
+    const char *name;
+    QByteArray message;
+};
 
 QList<Column> columns(int count)
 {
@@ -146,6 +155,8 @@ private slots:
 
     void answersToARun_data();
     void answersToARun();
+    void badRowBehindOthers_data();
+    void badRowBehindOthers();
     void answersToAFetch_data();
     void answersToAFetch();
     void answersToAClose_data();
@@ -172,6 +183,7 @@ private slots:
 
 private:
     void playPageAndReset();
+    void playPages(const QByteArray &second);
     void play(const QByteArray &types, const std::function<void(PeerLink &)> &instead);
     void play(const QByteArray &types, const QByteArray &reply);
     void connect();
@@ -218,6 +230,17 @@ void tst_LibPpqPeer::play(const QByteArray &types, const std::function<void(Peer
 void tst_LibPpqPeer::play(const QByteArray &types, const QByteArray &reply)
 {
     play(types, [reply](PeerLink &link) { link.send(reply); });
+}
+
+// A first page of two columns, and \a second where it is fetched from.
+void tst_LibPpqPeer::playPages(const QByteArray &second)
+{
+    play(Run, [second](PeerLink &link) {
+        link.send(bindComplete() + description(2) + dataRow({"1", "2"}) + portalSuspended() +
+                  ready());
+        link.readRequest();
+        link.send(second);
+    });
 }
 
 void tst_LibPpqPeer::connect()
@@ -319,8 +342,7 @@ void tst_LibPpqPeer::answersToARun_data()
     add("no columns", b + description(0) + dataRow({}) + c + z, "rows | SELECT 1");
     add("field longer than its row", b + t + rawRow(1, number(9, 4) + "1") + c + z, ShortRow);
     add("field of 2^31-1 bytes", b + t + rawRow(1, number(0x7fffffff, 4) + "1") + c + z, ShortRow);
-    add("field shorter than its row", b + t + rawRow(1, number(1, 4) + "123") + c + z,
-        "PGRES_FATAL_ERROR | message contents do not agree with length in message type \"D\"\n");
+    add("field shorter than its row", b + t + rawRow(1, number(1, 4) + "123") + c + z, LongRow);
     add("field length -2", b + t + rawRow(1, number(-2, 4)) + c + z, "rows NULL | SELECT 1");
     add("field length cut", b + t + rawRow(1, "\1") + c + z, ShortRow);
     add("row without a count", b + t + message('D') + c + z, ShortRow);
@@ -378,6 +400,76 @@ void tst_LibPpqPeer::answersToARun()
     play(Run, reply);
     QCOMPARE(textOf(run(), conn.get()), expected);
     checkConnection(usable);
+}
+
+void tst_LibPpqPeer::badRowBehindOthers_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("bad");
+    QTest::addColumn<QByteArray>("expected");
+    struct BadRow
+    {
+        const char *name;
+        QByteArray message;
+        const char *error;
+    };
+    const QByteArray good = dataRow({"1", "2"});
+    const QByteArray nulls = dataRow({QByteArray(), QByteArray()});
+    const QByteArray value = number(1, 4) + "v";
+    const QList<Kind> before{
+        {"nothing", ""},
+        {"a row", good},
+        {"nulls", nulls},
+        {"empty values", dataRow({"", ""})},
+        {"300 rows", (good + nulls + good).repeated(100)},
+        {"a row longer than the buffer", dataRow({QByteArray(50000, 'x'), ""})},
+        {"a notice", good + noticeResponse("n")},
+        {"a parameter", good + parameterStatus("a", "b") + good}};
+    const QList<BadRow> bad{
+        {"no field", dataRow({}), FieldCount},
+        {"one field", dataRow({"1"}), FieldCount},
+        {"three fields", dataRow({"1", "2", "3"}), FieldCount},
+        {"fields: -1", rawRow(-1, value + value), FieldCount},
+        {"fields: 32767", rawRow(32767, value + value), FieldCount},
+        {"no count", message('D'), ShortRow},
+        {"half a count", message('D', QByteArray(1, '\0')), ShortRow},
+        {"nothing behind the count", rawRow(2, ""), ShortRow},
+        {"first length cut", rawRow(2, "\1"), ShortRow},
+        {"second length missing", rawRow(2, value), ShortRow},
+        {"second length cut", rawRow(2, value + number(0, 3)), ShortRow},
+        {"first longer than the row", rawRow(2, number(7, 4) + "v" + value), ShortRow},
+        {"second longer than the row", rawRow(2, value + number(2, 4) + "v"), ShortRow},
+        {"first of 2^31-1 bytes", rawRow(2, number(0x7fffffff, 4) + value), ShortRow},
+        {"second of 2^31-1 bytes", rawRow(2, value + number(0x7fffffff, 4)), ShortRow},
+        {"second missing behind a null", rawRow(2, number(-1, 4)), ShortRow},
+        {"a byte too many", rawRow(2, value + value + 'v'), LongRow},
+        {"a field too many", rawRow(2, value + value + value), LongRow}};
+    for (const Kind &first : before) {
+        for (const BadRow &second : bad) {
+            QTest::newRow((QByteArray(first.name) + ", " + second.name).constData())
+                << first.message << second.message << QByteArray(second.error);
+        }
+    }
+}
+
+// What is wrong with it is told whatever stands in front, and is all that the page tells.
+void tst_LibPpqPeer::badRowBehindOthers()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, bad);
+    QFETCH(QByteArray, expected);
+    const QByteArray page =
+        before + bad + dataRow({"3", "4"}) + commandComplete("SELECT 3") + ready();
+    play(Run, bindComplete() + description(2) + page);
+    QCOMPARE(textOf(run(), conn.get()), expected);
+    checkConnection(true);
+
+    playPages(page);
+    const ResultPtr first = run();
+    QCOMPARE(textOf(first, conn.get()), QByteArray("rows 1,2 | suspended"));
+    QCOMPARE(textOf(fetch(first), conn.get()), expected);
+    QCOMPARE(textOf(first, conn.get()), QByteArray("rows 1,2 | suspended"));
+    checkConnection(true);
 }
 
 void tst_LibPpqPeer::answersToAFetch_data()
@@ -511,11 +603,6 @@ void tst_LibPpqPeer::impossibleLengths_data()
     QTest::addColumn<QByteArray>("types");
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QByteArray>("bad");
-    struct Kind
-    {
-        const char *name;
-        QByteArray message;
-    };
     const QByteArray b = bindComplete();
     const QByteArray t = description();
     const QList<Kind> ofARun{{"bind", b},
