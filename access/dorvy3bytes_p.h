@@ -74,7 +74,8 @@ public:
         : left(needed)
     {
         constexpr int SpareBytes = 256; // so that a few small values more need no new memory
-        if (out.capacity() - out.size() < needed) {
+        // A shared array gets its own memory without room to spare unless it is asked for.
+        if (!out.isDetached() || out.capacity() - out.size() < needed) {
             out.reserve(out.size() + needed + SpareBytes);
         }
         position = out.data() + out.size(); // data() detaches a shared array

@@ -16,8 +16,8 @@ using namespace Dorvy3Texts;
 
 namespace {
 
-// Qt converts UTF-8 faster without a codec in between, and to the same texts; see tst_encodings,
-// utf8WithoutItsCodec.
+// From UTF-8 Qt converts faster without a codec in between, and to the same texts; see tst_encodings.
+// To UTF-8 it does not: half a surrogate pair becomes a question mark.
 bool hlpIsUtf8(const QTextCodec *codec)
 {
     constexpr int Utf8 = 106; // IANA, Character Sets (MIBenum)
@@ -98,9 +98,6 @@ void Dorvy3Connection::close()
 
 QByteArray Dorvy3Connection::server(const QString &text) const
 {
-    if (hlpIsUtf8(serverCodec)) {
-        return text.toUtf8();
-    }
     return serverCodec ? serverCodec->fromUnicode(text) : text.toLatin1();
 }
 
@@ -115,7 +112,7 @@ QString Dorvy3Connection::client(const char *bytes, int length) const
         return QString();
     }
     if (hlpIsUtf8(clientCodec)) {
-        return QString::fromUtf8(bytes, length);
+        return QString::fromUtf8(bytes, length < 0 ? -1 : length);
     }
     if (!clientCodec) {
         return QString::fromLatin1(bytes, length);

@@ -21,6 +21,7 @@ class tst_Dorvy3Days : public QObject
     Q_OBJECT
 
 private slots:
+    void everyDayOfTheCommonEra();
     void pgDateCountsFromTheYear2000_data();
     void pgDateCountsFromTheYear2000();
     void pgDateKeepsTheLow32Bits_data();
@@ -217,6 +218,19 @@ void tst_Dorvy3Days::dayNumberIsLocalTime()
     QCOMPARE(delphidatetime(36526.5).timeSpec(), Qt::LocalTime);
     QCOMPARE(delphidatetime(36526.5),
              QDateTime(QDate(2000, 1, 1), QTime(12, 0, 0, 0), Qt::LocalTime));
+}
+
+// Its days take QDate's own number; those around them, the rule by year, month and day.
+void tst_Dorvy3Days::everyDayOfTheCommonEra()
+{
+    constexpr int Around = 1000;
+    const QDate end = QDate(9999, 12, 31).addDays(Around);
+    for (QDate date = QDate(1, 1, 1).addDays(-Around); date <= end; date = date.addDays(1)) {
+        const int expected = hlpEncodePgDate(date.year(), date.month(), date.day());
+        if (hlpPgDay(date) != expected) {
+            QCOMPARE(hlpPgDay(date), qint64(expected));
+        }
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_Dorvy3Days)

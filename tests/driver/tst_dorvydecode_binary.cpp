@@ -14,6 +14,7 @@
 #include "tests/support/typeoids.h"
 
 #include <QtCore/QUuid>
+#include <QtCore/QtEndian>
 #include <QtSql/QSqlDatabase>
 #include <QtSql/QSqlQuery>
 #include <QtTest/QtTest>
@@ -57,6 +58,25 @@ Calendar calendar(long days)
     return date;
 }
 
+QTime timeOfDay(qint64 microseconds)
+{
+    int hours = 0;
+    int minutes = 0;
+    int seconds = 0;
+    int usec = 0;
+    hlpDecodePgTime(microseconds, hours, minutes, seconds, usec);
+    return QTime(hours, minutes, seconds, usec / 1000);
+}
+
+// For the many: what the decoder makes of a number of its own size.
+template<typename Integer>
+QVariant valueOf(DorvyBinaryDecoder decoder, const Dorvy3Connection &connection, Integer number)
+{
+    char bytes[sizeof(number) + 1] = {};
+    qToBigEndian(number, bytes);
+    return decoder(&connection, bytes, int(sizeof(number)));
+}
+
 } // namespace
 
 class tst_DorvyDecodeBinary : public QObject
@@ -89,9 +109,11 @@ private slots:
     void date_data();
     void date();
     void dateInfinity();
+    void everyDayOfTheCommonEra();
     void time_data();
     void time();
     void timeOutOfRangeIsInvalid();
+    void everyMillisecondOfADay();
     void timestamp_data();
     void timestamp();
     void timestampHasNoZone();
@@ -441,6 +463,25 @@ void tst_DorvyDecodeBinary::dateInfinity()
     QVERIFY(!decode(OidDate, "80000000").toDate().isValid());
 }
 
+// And of some years before and behind it.
+void tst_DorvyDecodeBinary::everyDayOfTheCommonEra()
+{
+    constexpr int First = -730119; // 0001-01-01
+    constexpr int Last = 2921939;  // 9999-12-31
+    constexpr int Beside = 1000;   // days before and behind
+    const Dorvy3Connection connection(nullptr, QString());
+    const DorvyBinaryDecoder decoder = hlpBinaryDecoder(OidDate);
+    QCOMPARE(valueOf(decoder, connection, First), QVariant(QDate(1, 1, 1)));
+    QCOMPARE(valueOf(decoder, connection, Last), QVariant(QDate(9999, 12, 31)));
+    for (int days = First - Beside; days <= Last + Beside; ++days) {
+        const Calendar date = calendar(days);
+        const QVariant decoded = valueOf(decoder, connection, days);
+        if (decoded != QVariant(QDate(date.year, date.month, date.day))) {
+            QFAIL(qPrintable(QStringLiteral("day %1: %2").arg(days).arg(decoded.toString())));
+        }
+    }
+}
+
 void tst_DorvyDecodeBinary::time_data()
 {
     QTest::addColumn<int>("oid");
@@ -478,6 +519,31 @@ void tst_DorvyDecodeBinary::timeOutOfRangeIsInvalid()
     const QVariant decoded = decode(OidTime, "ffffffff296c5c00");
     QCOMPARE(decoded.userType(), int(QMetaType::QTime));
     QVERIFY(!decoded.toTime().isValid());
+}
+
+// Not each, which would take minutes: every 997th, and those around every full minute.
+void tst_DorvyDecodeBinary::everyMillisecondOfADay()
+{
+    constexpr int MsecPerMinute = 60 * 1000;
+    constexpr int MsecPerDay = 24 * 60 * MsecPerMinute;
+    QVector<int> chosen;
+    for (int msec = 0; msec < MsecPerDay; msec += 997) {
+        chosen += msec;
+    }
+    for (int minute = 0; minute < MsecPerDay; minute += MsecPerMinute) {
+        chosen += {minute, minute + 1, minute + MsecPerMinute - 1};
+    }
+    const Dorvy3Connection connection(nullptr, QString());
+    const DorvyBinaryDecoder decoder = hlpBinaryDecoder(OidTime);
+    for (const int msec : qAsConst(chosen)) {
+        for (const int usec : {0, 1, 999}) { // of the millisecond
+            const qint64 time = Q_INT64_C(1000) * msec + usec;
+            const QVariant decoded = valueOf(decoder, connection, time);
+            if (decoded != QVariant(timeOfDay(time))) {
+                QFAIL(qPrintable(QStringLiteral("%1: %2").arg(time).arg(decoded.toString())));
+            }
+        }
+    }
 }
 
 void tst_DorvyDecodeBinary::timestamp_data()

@@ -47,6 +47,22 @@ QString prepareFailed()
     return QStringLiteral("Ошибка при подготовке запроса к СУБД");
 }
 
+// Name, type, OID, length and precision of each column.
+QStringList columnsOf(const QSqlRecord &record)
+{
+    QStringList columns;
+    for (int i = 0; i < record.count(); ++i) {
+        const QSqlField field = record.field(i);
+        columns += QStringLiteral("%1 %2 %3 %4 %5")
+                       .arg(field.name())
+                       .arg(int(field.type()))
+                       .arg(field.typeID())
+                       .arg(field.length())
+                       .arg(field.precision());
+    }
+    return columns;
+}
+
 // A result is in this state after any failure.
 #define VERIFY_INACTIVE(result)                                                                    \
     do {                                                                                           \
@@ -122,6 +138,11 @@ private slots:
     void columnsNoServerMakes();
     void columnAttributesAreQts();
     void columnsAreInOrder();
+    void columnsOfEveryRun();
+    void columnsOfAnotherText_data();
+    void columnsOfAnotherText();
+    void columnsAfterDetach();
+    void columnsAreACopy();
     void columnOfUnknownTypeIsFatal_data();
     void columnOfUnknownTypeIsFatal();
 
@@ -137,6 +158,7 @@ private slots:
     void timeInTextResultIsFatal();
     void isNullTellsNullsFromValues();
     void isNullOfNoColumnIsTrue();
+    void valuesOfEveryPage();
 
     void resultLeavesTheDriversList();
     void resultOutlivesItsDriver();
@@ -787,6 +809,109 @@ void tst_DorvyResult::columnsAreInOrder()
     QCOMPARE(record.fieldName(4), QStringLiteral("?column?"));
 }
 
+void tst_DorvyResult::columnsOfEveryRun()
+{
+    QVERIFY(result->prepare(
+        QStringLiteral("SELECT a, b, 1.5::numeric(12,2) AS c FROM t WHERE a >= ?")));
+    QVERIFY(result->record().isEmpty());
+    const QStringList columns{QStringLiteral("a 2 23 4 -1"), QStringLiteral("b 12 25 -1 -1"),
+                              QStringLiteral("c 6 1700 12 2")};
+    const QList<QPair<QVariant, int>> runs{{1, 5}, {4, 2}, {6, 0}, {QVariant(QVariant::Int), 0},
+                                           {5, 1}, {1, 5}};
+    for (const auto &run : runs) {
+        result->bindValue(0, run.first, QSql::In);
+        QVERIFY_SQL(*result, result->exec());
+        QCOMPARE(columnsOf(result->record()), columns);
+        QCOMPARE(result->size(), run.second);
+        QCOMPARE(result->fetchFirst(), run.second > 0);
+        QCOMPARE(result->data(2), run.second > 0 ? QVariant(1.5) : QVariant(QVariant::Double));
+        QVERIFY(result->record().field(0).isNull()); // a description has no values
+    }
+}
+
+void tst_DorvyResult::columnsOfAnotherText_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("column");
+    QTest::addColumn<QVariant>("value");
+    const auto row = [](const char *tag, const char *text, const char *column,
+                        const QVariant &value) {
+        QTest::newRow(tag) << QString::fromLatin1(text) << QString::fromLatin1(column) << value;
+    };
+    row("the same", "SELECT 1 AS a", "a 2 23 4 -1", 1);
+    row("another value", "SELECT 2 AS a", "a 2 23 4 -1", 2);
+    row("another name", "SELECT 1 AS b", "b 2 23 4 -1", 1);
+    row("another type", "SELECT 1::int8 AS a", "a 4 20 8 -1", 1);
+    row("another length", "SELECT 'x'::varchar(5) AS a", "a 10 1043 5 -1", QStringLiteral("x"));
+}
+
+void tst_DorvyResult::columnsOfAnotherText()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, column);
+    QFETCH(QVariant, value);
+    const QString first = QStringLiteral("SELECT 1 AS a");
+    for (const bool failing : {false, true}) {
+        QVERIFY(result->prepare(first));
+        for (int run = 0; run < 2; ++run) {
+            QVERIFY_SQL(*result, result->exec());
+            QCOMPARE(columnsOf(result->record()), QStringList(QStringLiteral("a 2 23 4 -1")));
+        }
+        if (failing) {
+            QVERIFY(!result->prepare(QStringLiteral("SELEC 1")));
+            VERIFY_INACTIVE(*result);
+        }
+        QVERIFY_SQL(*result, result->prepare(text));
+        QVERIFY(result->record().isEmpty());
+        for (int run = 0; run < 2; ++run) {
+            QVERIFY_SQL(*result, result->exec());
+            QCOMPARE(columnsOf(result->record()), QStringList(column));
+            QVERIFY(result->fetchFirst());
+            QCOMPARE(result->data(0), value);
+        }
+        QVERIFY_SQL(*result, result->reset(first));
+        QCOMPARE(columnsOf(result->record()), QStringList(QStringLiteral("a 2 23 4 -1")));
+    }
+}
+
+void tst_DorvyResult::columnsAfterDetach()
+{
+    QVERIFY(result->prepare(QStringLiteral("SELECT a, b FROM t")));
+    QVERIFY(result->exec());
+    QVERIFY(result->fetchFirst());
+    const QStringList columns = columnsOf(result->record());
+    QCOMPARE(columns.size(), 2);
+    result->detachFromResultSet();
+    QCOMPARE(columnsOf(result->record()), columns);
+    QVERIFY(!result->data(0).isValid());
+    QVERIFY(!result->data(2).isValid());
+    QVERIFY(!result->isNull(0));
+    // Prepared again, it is what it was; so is another text.
+    for (const char *text : {"SELECT a, b FROM t", "SELECT b FROM t"}) {
+        QVERIFY_SQL(*result, result->prepare(QString::fromLatin1(text)));
+        QVERIFY(result->record().isEmpty());
+        QVERIFY_SQL(*result, result->exec());
+        QVERIFY(result->fetchFirst());
+        const int last = result->record().count() - 1;
+        QCOMPARE(columnsOf(result->record()), columns.mid(1 - last));
+        QCOMPARE(result->data(last), QVariant(QStringLiteral("text 1")));
+        result->detachFromResultSet();
+    }
+}
+
+void tst_DorvyResult::columnsAreACopy()
+{
+    QVERIFY(result->prepare(QStringLiteral("SELECT a, b FROM t")));
+    QVERIFY(result->exec());
+    const QStringList columns = columnsOf(result->record());
+    QSqlRecord changed = result->record();
+    changed.setValue(0, 7);
+    changed.remove(1);
+    QVERIFY(result->exec());
+    QCOMPARE(columnsOf(result->record()), columns);
+    QVERIFY(result->record().isNull(0));
+}
+
 void tst_DorvyResult::columnOfUnknownTypeIsFatal_data()
 {
     QTest::addColumn<QString>("expression");
@@ -1000,6 +1125,32 @@ void tst_DorvyResult::isNullOfNoColumnIsTrue()
     QVERIFY(!result->isNull(1));
     for (const int column : {-1, 2, 2147483647}) {
         QVERIFY(result->isNull(column));
+    }
+}
+
+void tst_DorvyResult::valuesOfEveryPage()
+{
+    QVERIFY(result->prepare(QStringLiteral("SELECT g, 'text ' || g, CASE WHEN g % 2 = 0 THEN "
+                                           "g::float8 / 2 END, '2000-01-01'::date + g "
+                                           "FROM generate_series(?::int, 300) g")));
+    for (const int first : {1, 150, 300, 1}) {
+        result->setAt(QSql::BeforeFirstRow);
+        result->bindValue(0, first, QSql::In);
+        QVERIFY_SQL(*result, result->exec());
+        for (int row = first; row <= 300; ++row) {
+            QVERIFY_SQL(*result, result->fetchNext());
+            QCOMPARE(result->data(0), QVariant(row));
+            QCOMPARE(result->data(1), QVariant(QStringLiteral("text %1").arg(row)));
+            QCOMPARE(result->data(2).toDouble(), row % 2 == 0 ? row / 2.0 : 0.0);
+            QCOMPARE(result->isNull(2), row % 2 != 0);
+            QCOMPARE(result->data(2).isNull(), row % 2 != 0);
+            QCOMPARE(result->data(3), QVariant(QDate(2000, 1, 1).addDays(row)));
+            QVERIFY(!result->isNull(3));
+            QVERIFY(!result->data(4).isValid());
+            QVERIFY(result->isNull(4));
+        }
+        QVERIFY(!result->fetchNext());
+        QCOMPARE(result->record().count(), 4);
     }
 }
 

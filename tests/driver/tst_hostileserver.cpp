@@ -55,6 +55,76 @@ OrdinaryAnswers numbers()
     return OrdinaryAnswers({column(OidInt4, 4)}, rows);
 }
 
+// A number and a text, as the server describes them.
+QList<Column> numberAndText()
+{
+    return {column(OidInt4, 4), column(OidVarchar, -1, 14, "b")};
+}
+
+void verifyColumns(const QSqlRecord &record, const QList<Column> &described)
+{
+    QCOMPARE(record.count(), described.size());
+    for (int i = 0; i < described.size(); ++i) {
+        const Column &expected = described.at(i);
+        QCOMPARE(record.fieldName(i), QString::fromUtf8(expected.name));
+        QCOMPARE(record.field(i).typeID(), int(expected.type));
+        QCOMPARE(record.field(i).length(),
+                 expected.modifier > 0 ? expected.modifier - 4 : int(expected.size));
+    }
+}
+
+// Of the current row; an invalid one is SQL NULL.
+void verifyValues(const QSqlQuery &query, const QVariantList &values)
+{
+    for (int i = 0; i < values.size(); ++i) {
+        QCOMPARE(query.isNull(i), !values.at(i).isValid());
+        QCOMPARE(query.value(i).isNull(), !values.at(i).isValid());
+        if (values.at(i).isValid()) {
+            QCOMPARE(query.value(i), values.at(i));
+        }
+    }
+    QVERIFY(!query.value(values.size()).isValid());
+    QVERIFY(query.isNull(values.size()));
+}
+
+// The whole answer to a run, as the server described it.
+QByteArray ordinaryRun()
+{
+    return closeComplete() + bindComplete() + rowDescription(numberAndText()) +
+           dataRow({number(1, 4), "text"}) + commandComplete("SELECT 1") + readyForQuery('T');
+}
+
+// Answers a request, and those behind it, each with the next of \a replies.
+std::function<void(PeerLink &)> oneByOne(const QList<QByteArray> &replies)
+{
+    return [replies](PeerLink &link) {
+        link.send(replies.first());
+        for (const QByteArray &reply : replies.mid(1)) {
+            link.readRequest();
+            link.send(reply);
+        }
+    };
+}
+
+// Answers to the runs up to that one, which has other columns, and two pages of one row each.
+std::function<void(PeerLink &)> otherColumns(const QList<Column> &described,
+                                             const OrdinaryAnswers::Row &row, int run)
+{
+    QList<QByteArray> replies = QVector<QByteArray>(run - 1, ordinaryRun()).toList();
+    replies += closeComplete() + bindComplete() + rowDescription(described) + dataRow(row) +
+               portalSuspended() + readyForQuery('T');
+    replies += dataRow(row) + commandComplete("SELECT 1") + readyForQuery('T');
+    return oneByOne(replies);
+}
+
+// A run that the server answers as it described it.
+void verifyOrdinaryRun(QSqlQuery &query)
+{
+    QVERIFY_SQL(query, query.exec() && query.first());
+    verifyColumns(query.record(), numberAndText());
+    verifyValues(query, {1, QStringLiteral("text")});
+}
+
 OrdinaryAnswers oneValue(const Column &described, const QByteArray &value)
 {
     return OrdinaryAnswers({described}, {{value}});
@@ -312,6 +382,12 @@ private slots:
     void describedColumns();
     void unknownTypeIsFatal_data();
     void unknownTypeIsFatal();
+    void failedRuns_data();
+    void failedRuns();
+    void runOfOtherColumns_data();
+    void runOfOtherColumns();
+    void runOfUnknownTypeIsFatal_data();
+    void runOfUnknownTypeIsFatal();
     void valuesOfAnyLength_data();
     void valuesOfAnyLength();
     void codecsAreThoseOfTheLogin();
@@ -696,6 +772,149 @@ void tst_HostileServer::unknownTypeIsFatal()
     });
     QCOMPARE(outcome.fatal, message);
     QVERIFY(outcome.aborted);
+}
+
+void tst_HostileServer::failedRuns_data()
+{
+    QTest::addColumn<QByteArray>("failure");
+    QTest::addColumn<QList<bool>>("runs"); // whether each works
+    const QByteArray z = readyForQuery('T');
+    const QByteArray started = closeComplete() + bindComplete();
+    const QByteArray rows =
+        started + rowDescription(numberAndText()) + dataRow({number(1, 4), "text"});
+    const QList<QPair<const char *, QByteArray>> failures{
+        {"error", started + failure("no") + z},
+        {"error behind a row", rows + failure("no") + z},
+        {"bad row behind a good one", rows + dataRow({"1"}) + commandComplete("SELECT 2") + z},
+        {"rows without end", rows + z},
+        {"no rows and no description", started + z}};
+    for (const auto &failure : failures) {
+        const auto add = [&failure](const char *tag, const QList<bool> &runs) {
+            QTest::newRow((QByteArray(failure.first) + ", " + tag).constData())
+                << failure.second << runs;
+        };
+        add("first run", {false, true, true});
+        add("second run", {true, false, true});
+        add("twice in a row", {true, false, false, true});
+        add("every other run", {false, true, false, true, false, true});
+    }
+}
+
+// Each leaves nothing to look at, and the next that works is described anew.
+void tst_HostileServer::failedRuns()
+{
+    QFETCH(QByteArray, failure);
+    QFETCH(QList<bool>, runs);
+    QList<QByteArray> replies;
+    for (const bool works : runs) {
+        replies += works ? ordinaryRun() : failure;
+    }
+    play({2, "CBDES", ""}, oneByOne(replies), OrdinaryAnswers(numberAndText(), {}));
+    QSqlQuery query(database);
+    QVERIFY_SQL(query, query.prepare(QStringLiteral("SELECT a, b FROM t")));
+    for (const bool works : runs) {
+        if (works) {
+            verifyOrdinaryRun(query);
+        } else {
+            QVERIFY(!query.exec());
+            QVERIFY(query.record().isEmpty());
+            QVERIFY(!query.isActive());
+            QVERIFY(!query.first());
+            QVERIFY(query.isNull(0));
+        }
+    }
+}
+
+void tst_HostileServer::runOfOtherColumns_data()
+{
+    QTest::addColumn<QList<Column>>("described");
+    QTest::addColumn<OrdinaryAnswers::Row>("row");
+    QTest::addColumn<QVariantList>("values"); // an invalid one is SQL NULL
+    QTest::addColumn<int>("run");             // that has them
+    const QVariant one(1);
+    const QVariant text(QStringLiteral("text"));
+    const Column a = column(OidInt4, 4);
+    const Column b = column(OidVarchar, -1, 14, "b");
+    const auto add = [](const char *tag, const QList<Column> &described,
+                        const OrdinaryAnswers::Row &row, const QVariantList &values) {
+        for (const int run : {1, 2}) {
+            QTest::newRow((QByteArray(tag) + ", run " + QByteArray::number(run)).constData())
+                << described << row << values << run;
+        }
+    };
+    const auto inText = [](Column column) {
+        column.format = 0;
+        return column;
+    };
+    add("other name", {a, column(OidVarchar, -1, 14, "c")}, {number(1, 4), "text"}, {one, text});
+    add("other type", {column(OidInt8, 4), b}, {number(1, 8), "text"},
+        {QVariant(Q_INT64_C(1)), text});
+    add("other type, of shorter values", {column(OidInt2, 4), b}, {number(1, 2), "text"},
+        {QVariant::fromValue(short(1)), text});
+    add("other size", {column(OidInt4, 5), b}, {number(1, 4), "text"}, {one, text});
+    add("other modifier", {a, column(OidVarchar, -1, 24, "b")}, {number(1, 4), "text"},
+        {one, text});
+    add("swapped", {b, a}, {"text", number(1, 4)}, {text, one});
+    add("one more", {a, b, column(OidBool, 1, -1, "c")}, {number(1, 4), "text", number(1, 1)},
+        {one, text, QVariant(true)});
+    add("one fewer", {a}, {number(1, 4)}, {one});
+    add("none", {}, {}, {});
+    add("null of another type", {column(OidDate, 4), b}, {QByteArray(), "text"},
+        {QVariant(), text});
+    add("text format", {inText(a), inText(b)}, {"1", "text"}, {one, text});
+    add("null in text format", {inText(a), inText(b)}, {"1", QByteArray()}, {one, QVariant()});
+}
+
+// Whatever the server described: record and values are those of the page.
+void tst_HostileServer::runOfOtherColumns()
+{
+    QFETCH(QList<Column>, described);
+    QFETCH(OrdinaryAnswers::Row, row);
+    QFETCH(QVariantList, values);
+    QFETCH(int, run);
+    play({2, "CBDES", ""}, otherColumns(described, row, run),
+         OrdinaryAnswers(numberAndText(), {{number(1, 4), "text"}}));
+    QSqlQuery query(database);
+    QVERIFY_SQL(query, query.prepare(QStringLiteral("SELECT a, b FROM t")));
+    if (run == 2) {
+        verifyOrdinaryRun(query);
+    }
+    QVERIFY_SQL(query, query.exec() && query.first());
+    verifyColumns(query.record(), described);
+    verifyValues(query, values);
+    QVERIFY_SQL(query, query.next()); // on the next page
+    verifyColumns(query.record(), described);
+    verifyValues(query, values);
+    QVERIFY(!query.next());
+    verifyOrdinaryRun(query);
+}
+
+void tst_HostileServer::runOfUnknownTypeIsFatal_data()
+{
+    QTest::addColumn<int>("run");
+    QTest::newRow("first") << 1;
+    QTest::newRow("second") << 2;
+}
+
+// Meant, though the server described a type that the driver knows.
+void tst_HostileServer::runOfUnknownTypeIsFatal()
+{
+    QFETCH(int, run);
+    peer.reset(new ScriptedPeer(ordinaryUntil(
+        {2, "CBDES", ""},
+        otherColumns({column(OidInt4, 4), column(99999, 4, -1, "b")}, {number(1, 4), "1"}, run),
+        OrdinaryAnswers(numberAndText(), {{number(1, 4), "text"}}), overdue)));
+    const ChildOutcome outcome = runInChild([this] {
+        open();
+        QSqlQuery query(database);
+        query.prepare(QStringLiteral("SELECT a, b FROM t"));
+        query.exec();
+        qInfo("first run");
+        query.exec();
+    });
+    QCOMPARE(outcome.fatal, QStringLiteral("DORVY: hlpDecodePSQLType - unknown ptype (99999)"));
+    QVERIFY(outcome.aborted);
+    QCOMPARE(outcome.output.contains(QLatin1String("first run")), run == 2);
 }
 
 void tst_HostileServer::valuesOfAnyLength_data()
