@@ -12,6 +12,9 @@
 
 #include <QtCore/QTextCodec>
 
+#include <cstring>
+#include <new>
+
 using namespace Dorvy3Texts;
 
 namespace {
@@ -23,6 +26,14 @@ bool hlpIsUtf8(const QTextCodec *codec)
     constexpr int Utf8 = 106; // IANA, Character Sets (MIBenum)
     static const QTextCodec *const utf8 = QTextCodec::codecForMib(Utf8);
     return codec && codec == utf8;
+}
+
+QString hlpFromUtf8(const char *bytes, size_t length)
+{
+    if (length > static_cast<size_t>(MaxDecodedBytes)) {
+        throw std::bad_alloc(); // as the codec does; Qt itself would give an empty text
+    }
+    return QString::fromUtf8(bytes, static_cast<int>(length));
 }
 
 } // namespace
@@ -112,7 +123,7 @@ QString Dorvy3Connection::client(const char *bytes, int length) const
         return QString();
     }
     if (hlpIsUtf8(clientCodec)) {
-        return QString::fromUtf8(bytes, length < 0 ? -1 : length);
+        return hlpFromUtf8(bytes, length < 0 ? std::strlen(bytes) : static_cast<size_t>(length));
     }
     if (!clientCodec) {
         return QString::fromLatin1(bytes, length);

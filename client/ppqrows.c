@@ -40,21 +40,21 @@ static int ppqRunEnd(const PGconn *conn, int *rows)
 /* Makes room for so many more rows, twice as many at a time as libpq does. */
 static bool ppqReserveRows(PGresult *result, int rows)
 {
-    size_t wanted = result->tupArrSize > 0 ? (size_t)result->tupArrSize : 128;
+    int wanted = result->tupArrSize > 0 ? result->tupArrSize : 128;
     PGresAttValue **tuples;
 
-    if (rows > INT_MAX / 2 - result->ntups)
+    if (rows > INT_MAX / 4 - result->ntups)
         return false;
     if (result->ntups + rows <= result->tupArrSize)
         return true;
-    while (wanted < (size_t)(result->ntups + rows))
+    while (wanted < result->ntups + rows)
         wanted *= 2;
-    tuples = realloc(result->tuples, wanted * sizeof(*tuples));
+    tuples = realloc(result->tuples, (size_t)wanted * sizeof(PGresAttValue *));
     if (tuples == NULL)
         return false;
-    result->memorySize += (wanted - (size_t)result->tupArrSize) * sizeof(*tuples);
+    result->memorySize += (size_t)(wanted - result->tupArrSize) * sizeof(PGresAttValue *);
     result->tuples = tuples;
-    result->tupArrSize = (int)wanted;
+    result->tupArrSize = wanted;
     return true;
 }
 
