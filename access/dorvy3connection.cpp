@@ -8,6 +8,7 @@
 #include "access/dorvy3pgowners_p.h"
 #include "access/dorvy3sizes_p.h"
 #include "access/dorvy3texts_p.h"
+#include "client/ppqcall.h"
 #include "client/ppqsettle.h"
 
 #include <QtCore/QTextCodec>
@@ -60,7 +61,7 @@ void Dorvy3Connection::hlpSetUp()
     serverCodec = codecs.server;
     clientCodec = codecs.client;
     // A failed SET leaves the server's setting in force.
-    PQclear(PQexec(handle, "SET DATESTYLE TO 'ISO'"));
+    PQclear(exec("SET DATESTYLE TO 'ISO'"));
 }
 
 void Dorvy3Connection::setSearchPath(const QString &searchPath)
@@ -68,8 +69,7 @@ void Dorvy3Connection::setSearchPath(const QString &searchPath)
     if (searchPath.isEmpty()) {
         return;
     }
-    PQclear(PQexec(connection(),
-                   server(QStringLiteral("SET SEARCH_PATH TO ") + searchPath).constData()));
+    PQclear(exec(server(QStringLiteral("SET SEARCH_PATH TO ") + searchPath).constData()));
 }
 
 PGconn *Dorvy3Connection::connection()
@@ -131,6 +131,26 @@ QString Dorvy3Connection::client(const char *bytes, int length) const
     return length < 0 ? clientCodec->toUnicode(bytes) : clientCodec->toUnicode(bytes, length);
 }
 
+bool Dorvy3Connection::isReady()
+{
+    return ppqIsReady(handle) && isValid();
+}
+
+PGTransactionStatusType Dorvy3Connection::transactionStatus()
+{
+    const PGTransactionStatusType status = ppqTransactionStatus(handle);
+    if (status != PQTRANS_UNKNOWN) {
+        return status;
+    }
+    settle(); // the answer may tell
+    return PQtransactionStatus(handle);
+}
+
+PGresult *Dorvy3Connection::exec(const char *sql)
+{
+    return ppqExec(connection(), sql);
+}
+
 bool Dorvy3Connection::settle()
 {
     return ppqSettle(handle) && isValid();
@@ -138,7 +158,7 @@ bool Dorvy3Connection::settle()
 
 QSqlError Dorvy3Connection::hlpCommand(const char *sql, const QString &failure)
 {
-    const PgResultPtr result(PQexec(handle, sql));
+    const PgResultPtr result(exec(sql));
     if (!result) {
         return QSqlError(failure, client(PQerrorMessage(handle), -1), QSqlError::TransactionError);
     }
@@ -146,15 +166,20 @@ QSqlError Dorvy3Connection::hlpCommand(const char *sql, const QString &failure)
         return QSqlError(failure, client(PQresultErrorMessage(result.get()), -1),
                          QSqlError::TransactionError);
     }
+    // A close that was under way may have failed the transaction, which a COMMIT then rolls back.
+    if (qstrcmp(sql, "COMMIT") == 0 && qstrcmp(PQcmdStatus(result.get()), "ROLLBACK") == 0) {
+        return QSqlError(cannotCommit(), commitForbidden(), QSqlError::TransactionError);
+    }
     return QSqlError();
 }
 
 QSqlError Dorvy3Connection::beginTransaction()
 {
-    if (!settle()) {
+    if (!isReady()) {
         return QSqlError(cannotBegin(), noConnection(), QSqlError::TransactionError);
     }
-    if (PQtransactionStatus(handle) != PQTRANS_IDLE) {
+    if (transactionStatus() != PQTRANS_IDLE) {
+        settle(); // as nothing is sent that would
         return QSqlError(cannotBegin(), beginForbidden(), QSqlError::TransactionError);
     }
     return hlpCommand("BEGIN", beginFailed());
@@ -162,10 +187,11 @@ QSqlError Dorvy3Connection::beginTransaction()
 
 QSqlError Dorvy3Connection::commitTransaction()
 {
-    if (!settle()) {
+    if (!isReady()) {
         return QSqlError(cannotCommit(), noConnection(), QSqlError::TransactionError);
     }
-    if (PQtransactionStatus(handle) != PQTRANS_INTRANS) {
+    if (transactionStatus() != PQTRANS_INTRANS) {
+        settle(); // as nothing is sent that would
         return QSqlError(cannotCommit(), commitForbidden(), QSqlError::TransactionError);
     }
     return hlpCommand("COMMIT", commitFailed());
@@ -173,11 +199,12 @@ QSqlError Dorvy3Connection::commitTransaction()
 
 QSqlError Dorvy3Connection::rollbackTransaction()
 {
-    if (!settle()) {
+    if (!isReady()) {
         return QSqlError(cannotRollback(), noConnection(), QSqlError::TransactionError);
     }
-    const PGTransactionStatusType status = PQtransactionStatus(handle);
+    const PGTransactionStatusType status = transactionStatus();
     if (status != PQTRANS_INTRANS && status != PQTRANS_INERROR) {
+        settle();
         return QSqlError();
     }
     return hlpCommand("ROLLBACK", rollbackFailed());

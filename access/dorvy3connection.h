@@ -66,12 +66,22 @@ public:
     QString client(const char *bytes, int length) const;
 
     /*!
-        Takes in the answer to a close, if one is outstanding, and tells whether the connection is
-        valid after it. Until then libpq's transaction status is "active" whatever the state is, and
-        a statement whose portal failed to close is still there. To be called before libpq's own
-        calls; a copy that is under way is left alone.
+        isValid() for a call that is to come: the answer to a close may be under way, which the call
+        then goes out behind. A copy in both directions, which no call can end, ends the connection.
+    */
+    bool isReady();
+
+    /*!
+        isValid() after the answer to a close has been taken in, if one is outstanding. A copy that is
+        under way is left alone.
     */
     bool settle();
+
+    /*! libpq's, and while a close is outstanding the state before it: not "active". */
+    PGTransactionStatusType transactionStatus();
+
+    /*! Runs \a sql as PQexec does. The result is the caller's; null tells of a lack of memory. */
+    PGresult *exec(const char *sql);
 
     /*!
         Sends \a searchPath, a schema list in SQL syntax, as it stands; empty sends nothing. What

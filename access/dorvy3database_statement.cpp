@@ -15,7 +15,7 @@ using namespace Dorvy3Texts;
 
 QSharedPointer<Dorvy3Statement> Dorvy3Database::statement(const QString &query, QSqlError *error)
 {
-    if (!connection || !connection->settle()) {
+    if (!connection || !connection->isReady()) {
         hlpReport(error, QSqlError(cannotExecute(), noConnection(), QSqlError::StatementError));
         return {};
     }
@@ -33,7 +33,7 @@ bool Dorvy3Database::hlpPrepareOnOwn(Dorvy3Statement &statement, const QString &
                                      QSqlError *error)
 {
     // Read once: a failed preparation changes it.
-    const bool savepoints = PQtransactionStatus(connection->connection()) == PQTRANS_INTRANS;
+    const bool savepoints = connection->transactionStatus() == PQTRANS_INTRANS;
     if (savepoints) {
         hlpSavepoint(QStringLiteral("SAVEPOINT %1"), statement);
     }
@@ -52,7 +52,7 @@ bool Dorvy3Database::hlpPrepareOnOwn(Dorvy3Statement &statement, const QString &
 void Dorvy3Database::hlpSavepoint(const QString &command, const Dorvy3Statement &statement)
 {
     const QString sql = command.arg(QString::fromUtf8(statement.statementname()));
-    PQclear(PQexec(connection->connection(), sql.toLatin1().constData()));
+    PQclear(connection->exec(sql.toLatin1().constData()));
 }
 
 bool Dorvy3Database::hlpMoveToBorrowed(Dorvy3Statement &statement, const QString &query,
@@ -74,7 +74,7 @@ bool Dorvy3Database::hlpBorrow(QSqlError *error)
 QString Dorvy3Database::hlpCurrentSchema()
 {
     const QByteArray sql = connection->server(QStringLiteral("SELECT current_schema()"));
-    const PgResultPtr result(PQexec(connection->connection(), sql.constData()));
+    const PgResultPtr result(connection->exec(sql.constData()));
     if (PQresultStatus(result.get()) != PGRES_TUPLES_OK) { // a null result has failed, too
         return QString();
     }

@@ -12,6 +12,7 @@
 #include "access/dorvy3sizes_p.h"
 #include "access/dorvy3texts_p.h"
 #include "client/libppq.h"
+#include "client/ppqcall.h"
 
 #include <cstdlib>
 
@@ -58,7 +59,7 @@ bool Dorvy3Statement::prep(const QString &text, const QSharedPointer<Dorvy3Conne
 {
     hlpClearError(error);
     hlpClear();
-    if (!connection || !connection->settle()) {
+    if (!connection || !connection->isReady()) {
         hlpReport(error, hlpRefusal(cannotPrepare(), noConnection()));
         return false;
     }
@@ -84,7 +85,7 @@ bool Dorvy3Statement::hlpPrepare(const QString &text,
         return false;
     }
     const PgResultPtr prepared(
-        PQprepare(connection->connection(), statementname(), sql.constData(), 0, nullptr));
+        ppqPrepare(connection->connection(), statementname(), sql.constData()));
     return PQresultStatus(prepared.get()) == PGRES_COMMAND_OK ||
            hlpFailPrep(prepared.get(), connection, error);
 }
@@ -93,7 +94,7 @@ bool Dorvy3Statement::hlpDescribe(const QString &text,
                                   const QSharedPointer<Dorvy3Connection> &connection,
                                   QSqlError *error)
 {
-    PgResultPtr described(PQdescribePrepared(connection->connection(), statementname()));
+    PgResultPtr described(ppqDescribePrepared(connection->connection(), statementname()));
     if (PQresultStatus(described.get()) != PGRES_COMMAND_OK) {
         return hlpFailPrep(described.get(), connection, error);
     }

@@ -11,6 +11,7 @@
 #include "access/dorvy3sizes_p.h"
 #include "access/dorvy3texts_p.h"
 #include "client/libppq.h"
+#include "client/ppqcall.h"
 
 #include <algorithm>
 #include <cstring>
@@ -37,7 +38,7 @@ bool Dorvy3Statement::hlpIsUsable(QSqlError *error) const
         hlpReport(error, hlpRefusal(cannotExecutePrepared(), executeFailed()));
         return false;
     }
-    if (!description->connection || !description->connection->settle()) {
+    if (!description->connection || !description->connection->isReady()) {
         hlpReport(error, hlpRefusal(cannotExecutePrepared(), noConnection()));
         return false;
     }
@@ -77,13 +78,11 @@ QSharedPointer<Dorvy3Result> Dorvy3Statement::exec(const QVector<QVariant> &valu
 PGresult *Dorvy3Statement::hlpRun(PGconn *conn, int count, int rows) const
 {
     if (!readonly()) {
-        return PQexecPrepared(conn, statementname(), count, paramValues, paramLengths, paramFormats,
-                              BinaryFormat);
+        return ppqExecPrepared(conn, statementname(), count, paramValues, paramLengths,
+                               paramFormats, BinaryFormat);
     }
     // A run that is only partly read leaves its portal open, and the server binds no open portal.
-    // Where it cannot be closed the run itself says why.
-    PPQclose(conn, portalname(), nullptr);
-    return PPQexecPrepared(conn, hlpPageRows(rows), statementname(), portalname(), count,
+    return ppqExecReopened(conn, hlpPageRows(rows), statementname(), portalname(), count,
                            paramValues, paramLengths, paramFormats, BinaryFormat);
 }
 

@@ -26,6 +26,9 @@ StaticAssertDecl(PG_VERSION_NUM / 10000 == 15, "the extension works on libpq 15'
  */
 #define PPQ_QUERY_CLOSE ((PGQueryClass)'C')
 
+/* What a server is told whose copy stands in the way, in libpq's words. */
+#define PPQ_COPY_ENDS "COPY terminated by a new command"
+
 /* ---- ppqbegin.c: the beginning of a query cycle, from an idle connection ---- */
 
 /* Whether the connection can take an extended query; says why not in its error message. */
@@ -48,10 +51,36 @@ bool ppqBegin(PGconn *conn);
 bool ppqBeginAfterClose(PGconn *conn);
 
 /*
+ * Whether the send buffer holds nothing but Close messages and their Sync.  A connection in
+ * blocking mode keeps no other call's bytes there, so these are whole and unsent.
+ */
+bool ppqHasUnsentClose(const PGconn *conn);
+
+/* Whether the answer to a PPQclose is outstanding. */
+bool ppqIsClosing(const PGconn *conn);
+
+/*
+ * The statement whose Close stands behind its portal's in the outstanding cycle; NULL if there is
+ * none.  The name is the caller's to free.
+ */
+char *ppqTakeClosing(PGconn *conn);
+
+/* Takes in and drops every result that is outstanding; tells in failed whether one was an error. */
+bool ppqDiscard(PGconn *conn, bool *failed);
+
+/* Ends the copy that a discarded result announces; libpq's answer to it is discarded in turn. */
+bool ppqEndCopy(PGconn *conn, ExecStatusType status);
+
+/* Closes a statement whose Close the server has ignored, and takes the answer in. */
+bool ppqCloseAgain(PGconn *conn, const char *stmtName);
+
+/*
  * Enters the cycle into libpq's command queue: from here on its answer is outstanding.  False:
  * no memory; nothing has been sent.
  */
 bool ppqEnqueue(PGconn *conn, PGQueryClass queryClass);
+
+void ppqAppendQueueEntry(PGconn *conn, PGcmdQueueEntry *entry);
 
 /* ---- ppqcycle.c: the end of a query cycle, to an idle connection ---- */
 
@@ -63,15 +92,51 @@ void ppqGiveUp(PGconn *conn);
 
 /*
  * PQgetResult, with a parser that knows PortalSuspended, and sets suspended when it meets one that
- * ends a page.  NULL also when the connection is lost.
+ * ends a page.  NULL also when the connection is lost.  Where more is to come behind the cycle,
+ * nothing is read beyond its end; libpq would throw it away.
  */
-PGresult *ppqGetResult(PGconn *conn, bool *suspended);
+PGresult *ppqGetResult(PGconn *conn, bool more, bool *suspended);
 
 /*
  * Sends what is in the buffer, takes in the whole answer and returns its one result; NULL when the
- * connection is lost or the answer is none.
+ * connection is lost or the answer is none.  Rows that come without a description join page, which
+ * is taken over and may be NULL.
  */
-PGresult *ppqFinish(PGconn *conn);
+PGresult *ppqFinish(PGconn *conn, PGresult *page);
+
+/* Waits for a result or for the end of the cycle.  False: the connection is lost. */
+bool ppqAwait(PGconn *conn, bool *suspended);
+
+/* ---- ppqbehind.c: what goes out behind a Close whose answer is under way ---- */
+
+/* What there is to make good after a Close has been answered. */
+typedef struct PpqClosed
+{
+    char *ignored; /* the statement whose Close the server has ignored, or NULL */
+    bool copying;  /* the server has begun to read a copy */
+    bool synced;   /* another Sync was sent, the end of which stands behind an answer */
+} PpqClosed;
+
+/* Whether the answer to a PPQclose is all that is outstanding, and none of it has been looked at. */
+bool ppqIsCloseUnderWay(const PGconn *conn);
+
+/*
+ * Starts a cycle that goes out behind a Close whose answer is under way, which ppqFinish takes in
+ * first.  Where there is none, this is ppqBeginAfterClose.
+ */
+bool ppqBeginBehindClose(PGconn *conn);
+
+/*
+ * Takes in the answer to a Close, if another cycle has gone out behind it, so that this one's is
+ * what is outstanding.  False: the connection is lost, and there is nothing to make good.
+ */
+bool ppqTakeClosed(PGconn *conn, PpqClosed *closed);
+
+/*
+ * Makes good what the answer has left, at the end of the cycle that has gone out behind; answered
+ * tells whether that has had a result.
+ */
+void ppqMakeGood(PGconn *conn, PpqClosed *closed, bool answered);
 
 /* ---- ppqrows.c: the rows of a page ---- */
 
@@ -100,6 +165,7 @@ bool ppqPutBind(PGconn *conn, const char *stmtName, const char *portalName, int 
 bool ppqPutDescribePortal(PGconn *conn, const char *portalName);
 bool ppqPutExecute(PGconn *conn, const char *portalName, int maxRows);
 bool ppqPutClose(PGconn *conn, char kind, const char *name);
+bool ppqPutCopyFail(PGconn *conn, const char *reason);
 bool ppqPutSync(PGconn *conn);
 
 #endif /* PPQ_P_H */

@@ -34,11 +34,10 @@ bool ppqCanSend(PGconn *conn)
     return true;
 }
 
-/* Ends the copy that a discarded result announces; libpq's answer to it is discarded in turn. */
-static bool ppqEndCopy(PGconn *conn, ExecStatusType status)
+bool ppqEndCopy(PGconn *conn, ExecStatusType status)
 {
     if (status == PGRES_COPY_IN)
-        return PQputCopyEnd(conn, "COPY terminated by a new command") >= 0;
+        return PQputCopyEnd(conn, PPQ_COPY_ENDS) >= 0;
     if (status == PGRES_COPY_OUT)
         conn->asyncStatus = PGASYNC_BUSY; /* libpq then drops the rest of the data */
     if (status == PGRES_COPY_BOTH) {
@@ -49,13 +48,12 @@ static bool ppqEndCopy(PGconn *conn, ExecStatusType status)
     return true;
 }
 
-/* Takes in and drops every result that is outstanding; tells in failed whether one was an error. */
-static bool ppqDiscard(PGconn *conn, bool *failed)
+bool ppqDiscard(PGconn *conn, bool *failed)
 {
     bool suspended = false;
     PGresult *result;
 
-    while ((result = ppqGetResult(conn, &suspended)) != NULL) {
+    while ((result = ppqGetResult(conn, false, &suspended)) != NULL) {
         const ExecStatusType status = PQresultStatus(result);
 
         PQclear(result);
@@ -77,18 +75,13 @@ static bool ppqDiscard(PGconn *conn, bool *failed)
     return true;
 }
 
-/* Whether what is outstanding is the answer to a PPQclose. */
-static bool ppqIsClosing(const PGconn *conn)
+bool ppqIsClosing(const PGconn *conn)
 {
     return conn->asyncStatus != PGASYNC_IDLE && conn->cmd_queue_head != NULL &&
            conn->cmd_queue_head->queryclass == PPQ_QUERY_CLOSE;
 }
 
-/*
- * The statement whose Close stands behind its portal's in the outstanding cycle; NULL if there is
- * none.  The name is the caller's to free.
- */
-static char *ppqTakeClosing(PGconn *conn)
+char *ppqTakeClosing(PGconn *conn)
 {
     char *name;
 
@@ -99,8 +92,7 @@ static char *ppqTakeClosing(PGconn *conn)
     return name;
 }
 
-/* Closes a statement whose Close the server has ignored, and takes the answer in. */
-static bool ppqCloseAgain(PGconn *conn, const char *stmtName)
+bool ppqCloseAgain(PGconn *conn, const char *stmtName)
 {
     bool failed = false;
 
@@ -136,11 +128,7 @@ int ppqSettle(PGconn *conn)
     return ppqBegin(conn);
 }
 
-/*
- * Whether the send buffer holds nothing but Close messages and their Sync.  A connection in
- * blocking mode keeps no other call's bytes there, so these are whole and unsent.
- */
-static bool ppqHasUnsentClose(const PGconn *conn)
+bool ppqHasUnsentClose(const PGconn *conn)
 {
     PpqBytes unsent = {conn->outBuffer, conn->outBuffer + conn->outCount};
     uint32 length;
@@ -159,8 +147,10 @@ bool ppqBeginAfterClose(PGconn *conn)
 {
     if (!ppqHasUnsentClose(conn))
         return ppqBegin(conn);
-    /* The cycle that the Close opened stays in libpq's queue and becomes ours. */
+    /* The cycle that the Close opened goes with its Sync; its entry is there for the next one. */
     conn->outCount -= PPQ_HEADER_BYTES;
+    pqCommandQueueAdvance(conn, false, false);
+    conn->asyncStatus = PGASYNC_IDLE;
     return true;
 }
 
@@ -175,10 +165,8 @@ static PGcmdQueueEntry *ppqTakeQueueEntry(PGconn *conn)
     return entry;
 }
 
-static void ppqAppendQueueEntry(PGconn *conn, PGcmdQueueEntry *entry, PGQueryClass queryClass)
+void ppqAppendQueueEntry(PGconn *conn, PGcmdQueueEntry *entry)
 {
-    entry->queryclass = queryClass;
-    entry->query = NULL;
     entry->next = NULL;
     if (conn->cmd_queue_head == NULL) {
         conn->cmd_queue_head = entry;
@@ -186,23 +174,19 @@ static void ppqAppendQueueEntry(PGconn *conn, PGcmdQueueEntry *entry, PGQueryCla
         conn->cmd_queue_tail->next = entry;
     }
     conn->cmd_queue_tail = entry;
-    conn->asyncStatus = PGASYNC_BUSY;
 }
 
 bool ppqEnqueue(PGconn *conn, PGQueryClass queryClass)
 {
-    PGcmdQueueEntry *entry;
+    PGcmdQueueEntry *entry = ppqTakeQueueEntry(conn);
 
-    if (conn->asyncStatus != PGASYNC_IDLE) {
-        /* A cycle taken over from an unsent Close is in the queue already. */
-        conn->cmd_queue_tail->queryclass = queryClass;
-        return true;
-    }
-    entry = ppqTakeQueueEntry(conn);
     if (entry == NULL) {
         ppqSetError(conn, "out of memory");
         return false;
     }
-    ppqAppendQueueEntry(conn, entry, queryClass);
+    entry->queryclass = queryClass;
+    entry->query = NULL;
+    ppqAppendQueueEntry(conn, entry);
+    conn->asyncStatus = PGASYNC_BUSY;
     return true;
 }

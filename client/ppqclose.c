@@ -43,7 +43,6 @@ static bool ppqBeginClose(PGconn *conn, const char *stmtName)
         free(name);
         return false;
     }
-    free(conn->cmd_queue_tail->query);
     conn->cmd_queue_tail->query = name;
     return true;
 }

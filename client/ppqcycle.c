@@ -84,8 +84,12 @@ static bool ppqParse(PGconn *conn, bool *suspended)
         if (conn->asyncStatus == PGASYNC_BUSY && conn->inStart != end)
             return false;
     }
-    /* What is left is the beginning of a message: libpq looks at its length and makes room. */
-    pqParseInput3(conn);
+    /*
+     * What is left is the beginning of a message: libpq looks at its length and makes room.  Behind
+     * the end of the cycle it is another one's, which libpq would throw away.
+     */
+    if (conn->asyncStatus == PGASYNC_BUSY)
+        pqParseInput3(conn);
     return true;
 }
 
@@ -126,25 +130,30 @@ static void ppqGiveUpParsing(PGconn *conn)
     ppqGiveUp(conn);
 }
 
-PGresult *ppqGetResult(PGconn *conn, bool *suspended)
+bool ppqAwait(PGconn *conn, bool *suspended)
 {
     bool parsed = ppqParse(conn, suspended);
 
     while (parsed && conn->asyncStatus == PGASYNC_BUSY) {
         if (!ppqExchange(conn)) {
             ppqGiveUp(conn);
-            return NULL;
+            return false;
         }
         parsed = ppqParse(conn, suspended);
         if (conn->write_failed && conn->asyncStatus == PGASYNC_BUSY) {
             ppqGiveUpWriting(conn);
-            return NULL;
+            return false;
         }
     }
-    if (!parsed) {
+    if (!parsed)
         ppqGiveUpParsing(conn);
+    return parsed;
+}
+
+PGresult *ppqGetResult(PGconn *conn, bool more, bool *suspended)
+{
+    if (!ppqAwait(conn, suspended) || (more && conn->asyncStatus == PGASYNC_IDLE))
         return NULL;
-    }
     return PQgetResult(conn);
 }
 
@@ -180,12 +189,12 @@ static const char *ppqAnswerFault(const PGresult *last, int count, bool suspende
  * Takes in the results of a cycle, counts them and returns the one that matters: the first error,
  * which also takes the place of the rows before it (it comes from the commit that a Sync implies).
  */
-static PGresult *ppqTakeResults(PGconn *conn, int *count, bool *suspended)
+static PGresult *ppqTakeResults(PGconn *conn, bool more, int *count, bool *suspended)
 {
     PGresult *last = NULL;
     PGresult *result;
 
-    while ((result = ppqGetResult(conn, suspended)) != NULL) {
+    while ((result = ppqGetResult(conn, more, suspended)) != NULL) {
         const bool copy = ppqIsCopy(PQresultStatus(result));
 
         (*count)++;
@@ -204,13 +213,22 @@ static PGresult *ppqTakeResults(PGconn *conn, int *count, bool *suspended)
     return last;
 }
 
-PGresult *ppqFinish(PGconn *conn)
+PGresult *ppqFinish(PGconn *conn, PGresult *page)
 {
     int count = 0;
     bool suspended = false;
-    PGresult *last = ppqTakeResults(conn, &count, &suspended);
-    const char *fault = ppqAnswerFault(last, count, suspended);
+    PGresult *last;
+    const char *fault;
+    PpqClosed closed;
 
+    if (!ppqTakeClosed(conn, &closed)) {
+        PQclear(page);
+        return NULL;
+    }
+    conn->result = page;
+    last = ppqTakeResults(conn, closed.synced, &count, &suspended);
+    fault = ppqAnswerFault(last, count, suspended);
+    ppqMakeGood(conn, &closed, last != NULL);
     if (conn->status == CONNECTION_BAD) {
         /* Its error message has the server's last words, too; the last result does not. */
         PQclear(last);

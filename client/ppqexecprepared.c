@@ -2,11 +2,12 @@
  * SPDX-FileCopyrightText: 2026 the DORVY driver developers
  * SPDX-License-Identifier: MIT
  *
- * PPQexecPrepared: the first page.
+ * PPQexecPrepared, and the same behind a close of the portal: the first page.
  */
 #include "ppq_p.h"
 
 #include "libppq.h"
+#include "ppqcall.h"
 
 static bool ppqHasLengths(int nParams, const char *const *paramValues, const int *paramLengths,
                           const int *paramFormats)
@@ -43,9 +44,10 @@ static const char *ppqExecFault(int maxRows, const char *stmtName, const char *p
     return NULL;
 }
 
-PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const char *portalName,
-                          int nParams, const char *const *paramValues, const int *paramLengths,
-                          const int *paramFormats, int resultFormat)
+/* PPQexecPrepared, behind a Close of the portal where reopen says so. */
+static PGresult *ppqRun(PGconn *conn, bool reopen, int maxRows, const char *stmtName,
+                        const char *portalName, int nParams, const char *const *paramValues,
+                        const int *paramLengths, const int *paramFormats, int resultFormat)
 {
     const char *fault;
     size_t bytes;
@@ -60,16 +62,33 @@ PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const
         return NULL;
     }
     bytes = ppqBindBytes(stmtName, portalName, nParams, paramValues, paramLengths, paramFormats) +
-            2 * ppqNameBytes(portalName) + PPQ_HEADER_BYTES;
-    if (!ppqReserve(conn, bytes) || !ppqBeginAfterClose(conn) ||
+            3 * ppqNameBytes(portalName) + PPQ_HEADER_BYTES;
+    if (!ppqReserve(conn, bytes) || !ppqBeginBehindClose(conn) ||
         !ppqEnqueue(conn, PGQUERY_EXTENDED))
         return NULL;
-    if (!ppqPutBind(conn, stmtName, portalName, nParams, paramValues, paramLengths, paramFormats,
+    if ((reopen && !ppqPutClose(conn, 'P', portalName)) ||
+        !ppqPutBind(conn, stmtName, portalName, nParams, paramValues, paramLengths, paramFormats,
                     resultFormat) ||
         !ppqPutDescribePortal(conn, portalName) || !ppqPutExecute(conn, portalName, maxRows) ||
         !ppqPutSync(conn)) {
         ppqGiveUp(conn);
         return NULL;
     }
-    return ppqFinish(conn);
+    return ppqFinish(conn, NULL);
+}
+
+PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const char *portalName,
+                          int nParams, const char *const *paramValues, const int *paramLengths,
+                          const int *paramFormats, int resultFormat)
+{
+    return ppqRun(conn, false, maxRows, stmtName, portalName, nParams, paramValues, paramLengths,
+                  paramFormats, resultFormat);
+}
+
+PGresult *ppqExecReopened(PGconn *conn, int maxRows, const char *stmtName, const char *portalName,
+                          int nParams, const char *const *paramValues, const int *paramLengths,
+                          const int *paramFormats, int resultFormat)
+{
+    return ppqRun(conn, true, maxRows, stmtName, portalName, nParams, paramValues, paramLengths,
+                  paramFormats, resultFormat);
 }

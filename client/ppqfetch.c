@@ -75,19 +75,23 @@ static PGresult *ppqCopyColumns(const PGresult *page)
     return copy;
 }
 
-/* Execute alone is answered without a column description: the rows join that of page. */
+/*
+ * Execute alone is answered without a column description: the rows join that of page.  It is handed
+ * over once the answers to what came before are in.
+ */
 static PGresult *ppqFetchInto(PGconn *conn, int maxRows, const char *portalName, PGresult *page)
 {
-    if (!ppqEnqueue(conn, PGQUERY_EXTENDED)) {
+    if (!ppqReserve(conn, ppqNameBytes(portalName) + PPQ_HEADER_BYTES) ||
+        !ppqBeginBehindClose(conn) || !ppqEnqueue(conn, PGQUERY_EXTENDED)) {
         PQclear(page);
         return NULL;
     }
-    conn->result = page;
     if (!ppqPutExecute(conn, portalName, maxRows) || !ppqPutSync(conn)) {
+        PQclear(page);
         ppqGiveUp(conn);
         return NULL;
     }
-    return ppqFinish(conn);
+    return ppqFinish(conn, page);
 }
 
 PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGresult *previous)
@@ -102,9 +106,6 @@ PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGre
         ppqSetError(conn, fault);
         return NULL;
     }
-    if (!ppqIsExhausted(previous) &&
-        (!ppqReserve(conn, ppqNameBytes(portalName) + PPQ_HEADER_BYTES) || !ppqBegin(conn)))
-        return NULL;
     page = ppqCopyColumns(previous);
     if (page == NULL) {
         ppqSetError(conn, "out of memory");

@@ -84,10 +84,10 @@ QVariant DorvyResult::lastInsertId() const
         return QVariant();
     }
     const QSharedPointer<Dorvy3Connection> connection = d->page->connection;
-    if (!connection || !connection->settle()) {
+    if (!connection || !connection->isReady()) {
         return QVariant();
     }
-    const PgResultPtr result(PQexec(connection->connection(), "SELECT lastval()"));
+    const PgResultPtr result(connection->exec("SELECT lastval()"));
     if (PQresultStatus(result.get()) != PGRES_TUPLES_OK) { // a null result has failed, too
         return QVariant();
     }

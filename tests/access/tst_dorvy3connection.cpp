@@ -81,7 +81,7 @@ private slots:
     void failedCommitLeavesServersState();
     void commandAfterOutstandingClose_data();
     void commandAfterOutstandingClose();
-    void commandWaitsForTheAnswerToAClose();
+    void commandGoesOutBehindAClose();
 
 private:
     void compareCommand(bool behindAClose);
@@ -766,20 +766,22 @@ void tst_Dorvy3Connection::commandAfterOutstandingClose()
     compareCommand(true);
 }
 
-void tst_Dorvy3Connection::commandWaitsForTheAnswerToAClose()
+void tst_Dorvy3Connection::commandGoesOutBehindAClose()
 {
     const ConnectionPtr connection = connect();
     VERIFY_NO_ERROR(connection->beginTransaction());
     proxy->clear();
     proxy->holdReplies(true);
     QCOMPARE(PPQclose(connection->connection(), nullptr, "st"), 1);
-    std::thread release([this] {
-        QThread::msleep(100);
+    bool wasSent = false;
+    std::thread release([this, &wasSent] {
+        wasSent = proxy->waitForLine(QStringLiteral("1> Query \"ROLLBACK\""));
         proxy->holdReplies(false);
     });
     const QSqlError error = connection->rollbackTransaction();
     release.join();
     VERIFY_NO_ERROR(error);
+    QVERIFY(wasSent); // while the answer to the close was held back
     QCOMPARE(
         proxy->conversation(),
         lines({"1> Close S \"st\"", "1> Sync", "1< CloseComplete", "1< ReadyForQuery T",

@@ -3,6 +3,7 @@
 //
 // The client extension without memory: every allocation that it and libpq make fails once.
 #include "client/libppq.h"
+#include "client/ppqcall.h"
 #include "client/ppqsettle.h"
 
 #include "tests/support/failingmemory.h"
@@ -136,8 +137,31 @@ QByteArray settle(Scene &scene)
     return inWords(scene.conn.get(), ppqSettle(scene.conn.get()));
 }
 
+QByteArray plainCommand(Scene &scene)
+{
+    const ResultPtr result(ppqExec(scene.conn.get(), "SELECT 'x'"));
+    return inWords(scene.conn.get(), result.get());
+}
+
+QByteArray preparation(Scene &scene)
+{
+    const ResultPtr result(ppqPrepare(scene.conn.get(), "new", "SELECT 1"));
+    return inWords(scene.conn.get(), result.get());
+}
+
 void nothing(Scene &)
 {
+}
+
+void closeUnderWay(Scene &scene)
+{
+    QCOMPARE(PPQclose(scene.conn.get(), nullptr, "unknown"), 1);
+}
+
+void halfReadAndCloseUnderWay(Scene &scene)
+{
+    scene.page = bindAndRun(scene, 2);
+    closeUnderWay(scene);
 }
 
 void halfRead(Scene &scene)
@@ -311,6 +335,8 @@ void tst_LibPpqMemory::pagesBehindSomethingElse() const
     const QByteArray page("3 rows, 3 bytes, ''");
     QTest::newRow("behind the close of its portal")
         << five << Approach(portalClosed) << firstPage(3) << page << Stays;
+    QTest::newRow("behind a close")
+        << five << Approach(closeUnderWay) << firstPage(3) << page << Stays;
     QTest::newRow("behind a row of the buffer's size")
         << five << Approach(rowOfTheBuffersSizeUnderWay) << firstPage(3) << page << Stays;
     const char *const fromServer = "COPY (SELECT repeat('x', 20000)) TO STDOUT";
@@ -334,6 +360,9 @@ void tst_LibPpqMemory::laterPages() const
     const Operation next = nextPage(5);
     QTest::newRow("later page, suspended") << QByteArray("SELECT generate_series(1, 9)") << half
                                            << next << QByteArray("5 rows, 5 bytes, ''") << Stays;
+    QTest::newRow("later page behind a close")
+        << QByteArray("SELECT generate_series(1, 9)") << Approach(halfReadAndCloseUnderWay) << next
+        << QByteArray("5 rows, 5 bytes, ''") << Stays;
     QTest::newRow("later page, the last")
         << QByteArray("SELECT generate_series(1, 5)") << half << next
         << QByteArray("3 rows, 3 bytes, 'SELECT 3'") << Stays;
@@ -373,6 +402,12 @@ void tst_LibPpqMemory::closes() const
         << five << Approach(transactionFailed) << close("po", "st") << done << GoesIfClosed;
     QTest::newRow("close, the first of the connection")
         << QByteArray() << Approach(nothing) << close(nullptr, "st") << done << GoesIfClosed;
+    QTest::newRow("command behind a close")
+        << five << Approach(closeUnderWay) << Operation(plainCommand)
+        << QByteArray("1 rows, 1 bytes, 'SELECT 1'") << Stays;
+    QTest::newRow("preparation behind a close")
+        << five << Approach(closeUnderWay) << Operation(preparation) << QByteArray("command ''")
+        << Stays;
     QTest::newRow("close unknown")
         << five << Approach(nothing) << close("unknown", "unknown") << done << Stays;
 }
@@ -380,6 +415,9 @@ void tst_LibPpqMemory::closes() const
 void tst_LibPpqMemory::closesThatTheServerFails() const
 {
     const QByteArray far("SELECT a FROM far");
+    const QByteArray aborted(
+        "error: ERROR:  current transaction is aborted, commands ignored until "
+        "end of transaction block\n");
     QTest::newRow("close that fails")
         << far << halfReadFarAway() << close("po", "st") << QByteArray("done") << GoesIfClosed;
     QTest::newRow("failed close, settled")
@@ -387,11 +425,9 @@ void tst_LibPpqMemory::closesThatTheServerFails() const
     QTest::newRow("failed close, then another")
         << far << failedClose() << close(nullptr, "unknown") << QByteArray("done") << Goes;
     QTest::newRow("failed close, then a page")
-        << far << failedClose() << firstPage(5, "other")
-        << QByteArray(
-               "error: ERROR:  current transaction is aborted, commands ignored until end of "
-               "transaction block\n")
-        << Goes;
+        << far << failedClose() << firstPage(5, "other") << aborted << Goes;
+    QTest::newRow("failed close, then a command")
+        << far << failedClose() << Operation(plainCommand) << aborted << Goes;
 }
 
 // A page of a foreign table whose server has gone.

@@ -3,6 +3,7 @@
 //
 // The client extension against a server that breaks the protocol.
 #include "client/libppq.h"
+#include "client/ppqcall.h"
 #include "client/ppqsettle.h"
 
 #include "tests/support/libpqowners.h"
@@ -138,6 +139,24 @@ QByteArray textOf(const ResultPtr &result, PGconn *conn)
         return QByteArray(PQresStatus(PQresultStatus(result.get()))) + " | " +
                QByteArray(PQresultErrorMessage(result.get()));
     }
+}
+
+// What libpq sends itself, behind a close.
+struct PeerCall
+{
+    std::function<PGresult *(PGconn *)> make;
+    const char *answer;
+};
+
+QList<PeerCall> peerCalls()
+{
+    return {{[](PGconn *conn) { return ppqExec(conn, "SELECT alive"); }, "rows SELECT alive"},
+            {[](PGconn *conn) { return ppqPrepare(conn, "st", "SELECT"); }, "done"},
+            {[](PGconn *conn) { return ppqDescribePrepared(conn, "st"); }, "done"},
+            {[](PGconn *conn) {
+                 return ppqExecReopened(conn, 2, "st", "po", 0, nullptr, nullptr, nullptr, 1);
+             },
+             "rows 1 2"}};
 }
 
 void ignoreNotice(void * /*unused*/, const PGresult * /*notice*/)
@@ -572,6 +591,13 @@ void tst_LibPpqPeer::answersToAClose()
     QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
     QCOMPARE(static_cast<bool>(run()), usable);
     checkConnection(usable);
+    for (const PeerCall &call : peerCalls()) {
+        connect();
+        QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+        QCOMPARE(textOf(ResultPtr(call.make(conn.get())), conn.get()).startsWith(call.answer),
+                 usable);
+        checkConnection(usable);
+    }
 }
 
 // libpq's own calls go without the extension, which must work behind whatever they leave.

@@ -47,6 +47,7 @@ constexpr Error RollbackRefused{QSqlError::TransactionError, "Невозможн
 
 // What it says of one that is lost in the exchange.
 constexpr Error PrepareLost{QSqlError::StatementError, Closed, PrepareFailed, ""};
+constexpr Error PrepareEnded{QSqlError::StatementError, EndedAndClosed, PrepareFailed, ""};
 constexpr Error ExecuteLost{QSqlError::StatementError, Closed, ExecuteFailed, ""};
 constexpr Error ExecuteEnded{QSqlError::StatementError, EndedAndClosed, ExecuteFailed, ""};
 constexpr Error BeginLost{QSqlError::TransactionError, "Ошибка при попытке начать транзакцию",
@@ -76,6 +77,7 @@ struct Outcome
 // What an application does, step by step: see Application.
 constexpr char PlainRoad[] = "insert read walk clear append";
 constexpr char TransactionRoad[] = "begin insert read walk clear commit";
+constexpr char UncommittedRoad[] = "begin insert read walk clear";
 constexpr char UndoneRoad[] = "begin insert rollback";
 constexpr char ReuseRoad[] = "begin insert read clear again walk clear commit";
 

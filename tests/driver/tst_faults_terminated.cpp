@@ -151,9 +151,9 @@ void tst_FaultsTerminated::ownBackend_data()
     QTest::newRow("question for the schema")
         << Fault{plain, "read", schema, Held} << Outcome{"append", NoError} << "1 2";
     QTest::newRow("schema is told")
-        << Fault{plain, "read", schema, Answered} << Outcome{"append", StatementRefused} << "1 2";
+        << Fault{plain, "read", schema, Answered} << Outcome{"append", PrepareLost} << "1 2";
     QTest::newRow("close of what was prepared")
-        << Fault{plain, "read", "1> Close", Held} << Outcome{"append", StatementRefused} << "1 2";
+        << Fault{plain, "read", "1> Close", Held} << Outcome{"append", PrepareEnded} << "1 2";
     QTest::newRow("what was prepared is closed")
         << Fault{plain, "read", "1> Close", Answered} << Outcome{"append", PrepareLost} << "1 2";
     QTest::newRow("half read") << Fault{plain, "walk", "", Idle} << Outcome{"append", PrepareLost}

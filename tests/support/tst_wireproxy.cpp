@@ -1,9 +1,12 @@
 // SPDX-FileCopyrightText: 2026 the DORVY driver developers
 // SPDX-License-Identifier: MIT
 //
-// WireProxy: answers that come late.
+// WireProxy: answers that come late, and where the recording has them.
+#include "client/libppq.h"
+#include "client/ppqcall.h"
 #include "tests/support/libpqowners.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
 #include <QtCore/QElapsedTimer>
@@ -35,6 +38,7 @@ private slots:
     void longAnswerIsLateOnce();
     void lateAnswerIsNotOvertaken();
     void lastWordsAreLate();
+    void answerToACloseStandsBehindIt();
 
 private:
     RawConnectionPtr connect() const
@@ -126,6 +130,39 @@ void tst_WireProxy::lastWordsAreLate()
         PQexec(connection.get(), "SELECT pg_terminate_backend(pg_backend_pid())"));
     QVERIFY(timer.elapsed() >= DelayMsec);
     QVERIFY(QByteArray(PQerrorMessage(connection.get())).contains("administrator command"));
+}
+
+// The client speaks before the close is answered; the server answers two connections in turn.
+void tst_WireProxy::answerToACloseStandsBehindIt()
+{
+    const RawConnectionPtr first = connect();
+    const RawConnectionPtr second = connect();
+    proxy->clear();
+    proxy->delayReplies(DelayMsec);
+    QCOMPARE(PPQclose(first.get(), "po", "st"), 1);
+    QCOMPARE(PPQclose(second.get(), nullptr, "st"), 1);
+    QCOMPARE(value(ResultPtr(ppqExec(first.get(), "SELECT 'a'"))), QByteArray("a"));
+    QCOMPARE(value(ResultPtr(ppqExec(second.get(), "SELECT 'b'"))), QByteArray("b"));
+    QCOMPARE(proxy->conversation(), lines({"1> Close P \"po\"",
+                                           "1> Close S \"st\"",
+                                           "1> Sync",
+                                           "1< CloseComplete",
+                                           "1< CloseComplete",
+                                           "1< ReadyForQuery I",
+                                           "2> Close S \"st\"",
+                                           "2> Sync",
+                                           "2< CloseComplete",
+                                           "2< ReadyForQuery I",
+                                           "1> Query \"SELECT 'a'\"",
+                                           "1< RowDescription 1",
+                                           "1< DataRow x1",
+                                           "1< CommandComplete \"SELECT 1\"",
+                                           "1< ReadyForQuery I",
+                                           "2> Query \"SELECT 'b'\"",
+                                           "2< RowDescription 1",
+                                           "2< DataRow x1",
+                                           "2< CommandComplete \"SELECT 1\"",
+                                           "2< ReadyForQuery I"}));
 }
 
 QTEST_GUILESS_MAIN(tst_WireProxy)

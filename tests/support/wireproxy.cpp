@@ -9,6 +9,7 @@
 #include <QtCore/QThread>
 #include <QtCore/QtEndian>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -66,6 +67,79 @@ quint32 hlpLength(const QByteArray &bytes, int at)
     return qFromBigEndian<quint32>(bytes.constData() + at);
 }
 
+// Puts the answers to closes behind their Sync.
+class CloseOrder
+{
+public:
+    QVector<WireMessage> ordered(const QVector<WireMessage> &messages)
+    {
+        for (const WireMessage &message : messages) {
+            if (message.fromClient) {
+                addRequest(message);
+            } else {
+                addReply(message);
+            }
+        }
+        return result;
+    }
+
+private:
+    // From the client's messages up to a Sync, or its query, to the server's ReadyForQuery.
+    struct Cycle
+    {
+        int connection;
+        bool isClose; // and nothing else
+        bool isAsked; // its last message was sent
+        int end;      // where the next message of its answer belongs
+    };
+
+    Cycle &cycleOf(const WireMessage &request)
+    {
+        for (Cycle &cycle : cycles) {
+            if (cycle.connection == request.connection && !cycle.isAsked) {
+                return cycle;
+            }
+        }
+        cycles.append({request.connection, true, false, 0});
+        return cycles.last();
+    }
+
+    void addRequest(const WireMessage &request)
+    {
+        Cycle &cycle = cycleOf(request);
+        result.append(request);
+        cycle.isAsked = request.type == 'S' || request.type == 'Q';
+        cycle.isClose = cycle.isClose && (request.type == 'C' || request.type == 'S');
+        cycle.end = result.size();
+    }
+
+    void addReply(const WireMessage &reply)
+    {
+        const auto cycle = std::find_if(cycles.begin(), cycles.end(), [&](const Cycle &any) {
+            return any.connection == reply.connection;
+        });
+        if (cycle == cycles.end() || !cycle->isClose) {
+            result.append(reply);
+        } else {
+            insert(cycle->end, reply);
+        }
+        if (cycle != cycles.end() && reply.type == 'Z') {
+            cycles.erase(cycle);
+        }
+    }
+
+    void insert(int position, const WireMessage &reply)
+    {
+        result.insert(position, reply);
+        for (Cycle &cycle : cycles) {
+            cycle.end += cycle.end >= position ? 1 : 0;
+        }
+    }
+
+    QList<Cycle> cycles; // unanswered, in the order in which they began
+    QVector<WireMessage> result;
+};
+
 } // namespace
 
 WireProxy::WireProxy(const QString &serverSocketDir, int serverPort, const QString &address)
@@ -117,9 +191,7 @@ QVector<WireMessage> WireProxy::messages() const
     const QMutexLocker locker(&mutex);
     // Not shared with the reader: Qt looks at a reference count without a barrier, so it would not
     // order the end of the reading before the next record.
-    QVector<WireMessage> copy = recorded;
-    copy.detach();
-    return copy;
+    return CloseOrder().ordered(recorded);
 }
 
 QStringList WireProxy::conversation() const
@@ -185,7 +257,10 @@ void WireProxy::onLine(const QString &start, const std::function<void()> &action
 
 void WireProxy::cutReply(const QString &start, int bytes)
 {
-    hlpHook(start, [bytes](Link &link) { link.replyBytes = bytes; });
+    hlpHook(start, [bytes](Link &link) {
+        link.replyBytes = bytes;
+        link.answersBefore = link.unanswered;
+    });
 }
 
 void WireProxy::hlpHook(const QString &start, const std::function<void(Link &)> &call)
@@ -343,6 +418,7 @@ void WireProxy::hlpRecord(Link &link, bool fromClient)
 {
     Direction &direction = fromClient ? link.requests : link.replies;
     int at = 0;
+    int before = 0; // bytes of answers that are not to be cut
     while (direction.partial.size() - at >= 5) {
         const auto length = static_cast<qint64>(hlpLength(direction.partial, at + 1));
         if (direction.partial.size() - at < length + 1) {
@@ -352,6 +428,10 @@ void WireProxy::hlpRecord(Link &link, bool fromClient)
         hlpRecordMessage(link, {link.number, fromClient, direction.partial.at(at),
                                 direction.partial.mid(at + 5, size - 5), direction.chunks});
         at += size;
+        if (!fromClient && link.answersBefore > 0) {
+            before = at;
+            link.answersBefore -= direction.partial.at(at - size) == 'Z' ? 1 : 0;
+        }
     }
     QByteArray whole = direction.partial.left(at);
     direction.partial.remove(0, at);
@@ -359,7 +439,7 @@ void WireProxy::hlpRecord(Link &link, bool fromClient)
         direction.waiting.append(whole);
         return;
     }
-    hlpCut(link, whole);
+    hlpCut(link, whole, before);
     link.late.append({clock.nsecsElapsed() + replyDelayMsec * NsecPerMsec, whole});
 }
 
@@ -390,6 +470,11 @@ void WireProxy::hlpRecordMessage(Link &link, const WireMessage &message)
         hookCalled = true;
         found.call(link); // may set the next hook
     }
+    if (message.fromClient && (message.type == 'S' || message.type == 'Q')) {
+        ++link.unanswered;
+    } else if (!message.fromClient && message.type == 'Z') {
+        link.unanswered = std::max(0, link.unanswered - 1); // the startup's is none of these
+    }
 }
 
 // Records the message; the hook that waited for it, or an empty one.
@@ -401,15 +486,17 @@ WireProxy::Hook WireProxy::hlpTakeHook(const WireMessage &message)
     return found ? std::exchange(hook, Hook()) : Hook();
 }
 
-// Takes off what is beyond the last byte that may pass, and ends the replies there.
-void WireProxy::hlpCut(Link &link, QByteArray &bytes)
+// Takes off what is beyond the last byte that may pass, and ends the replies there. The first bytes
+// belong to earlier answers.
+void WireProxy::hlpCut(Link &link, QByteArray &bytes, int before)
 {
-    if (link.replyBytes < 0) {
+    if (link.replyBytes < 0 || link.answersBefore > 0) {
         return;
     }
-    link.replies.ended = bytes.size() > link.replyBytes;
-    bytes.truncate(link.replyBytes);
-    link.replyBytes -= bytes.size();
+    const int passing = before + link.replyBytes;
+    link.replies.ended = bytes.size() > passing;
+    bytes.truncate(passing);
+    link.replyBytes -= bytes.size() - before;
 }
 
 void WireProxy::hlpPass(Direction &direction, int to, bool held)

@@ -41,6 +41,10 @@ public:
     /*! Forgets what was recorded; connections keep their numbers, names start anew. */
     void clear();
 
+    /*!
+        What was recorded. The answer to closes, which the driver does not wait for, stands behind
+        their Sync, also when the server was slower than what the client sent next.
+    */
     QVector<WireMessage> messages() const;
 
     /*! All messages in words; a run of DataRow messages is one line, "DataRow x3". */
@@ -110,8 +114,10 @@ private:
         int number = 0;
         int client = -1;
         int server = -1;
-        bool started = false; // the startup message has come
-        int replyBytes = -1;  // how many of the server's are passed on yet; -1 is all
+        bool started = false;  // the startup message has come
+        int replyBytes = -1;   // how many of the server's are passed on yet; -1 is all
+        int answersBefore = 0; // answers to earlier messages, which replyBytes does not count
+        int unanswered = 0;    // Syncs and queries
         Direction requests;
         Direction replies;
         QList<LateReply> late; // recorded, on their way to replies
@@ -136,7 +142,7 @@ private:
     void hlpTakeDue(Link &link);
     qint64 hlpStepNsec() const;
     void hlpPass(Direction &direction, int to, bool held);
-    void hlpCut(Link &link, QByteArray &bytes);
+    void hlpCut(Link &link, QByteArray &bytes, int before);
     void hlpDrop(Link &link);
     void hlpStep();
 

@@ -1,0 +1,145 @@
+/*
+ * SPDX-FileCopyrightText: 2026 the DORVY driver developers
+ * SPDX-License-Identifier: MIT
+ *
+ * A Close is not waited for; what comes next goes out behind it, and both answers take one wait.
+ */
+#include "ppq_p.h"
+
+#include "ppqbytes_p.h"
+
+bool ppqIsCloseUnderWay(const PGconn *conn)
+{
+    return ppqIsClosing(conn) && conn->asyncStatus == PGASYNC_BUSY &&
+           conn->cmd_queue_head->next == NULL && conn->result == NULL && !conn->error_result;
+}
+
+bool ppqBeginBehindClose(PGconn *conn)
+{
+    return (!ppqHasUnsentClose(conn) && ppqIsCloseUnderWay(conn)) || ppqBeginAfterClose(conn);
+}
+
+/*
+ * A server that reads a copy goes on to read what has been sent behind the Close; the copy is ended
+ * behind that.
+ */
+static void ppqLeaveCopy(PGconn *conn, PpqClosed *closed)
+{
+    closed->copying = true;
+    pqCommandQueueAdvance(conn, false, false);
+    conn->asyncStatus = PGASYNC_IDLE;
+}
+
+/*
+ * Takes in the whole answer to a Close and tells in failed whether there was an error in it.  A
+ * result is asked for only where there is one: libpq would read on, into the next cycle's answer.
+ */
+static bool ppqAwaitClosed(PGconn *conn, PpqClosed *closed, bool *failed)
+{
+    bool suspended = false;
+
+    while (ppqAwait(conn, &suspended) && conn->asyncStatus != PGASYNC_IDLE) {
+        PGresult *result = PQgetResult(conn);
+        const ExecStatusType status = PQresultStatus(result);
+
+        PQclear(result);
+        if (status == PGRES_FATAL_ERROR)
+            *failed = true;
+        if (status == PGRES_COPY_IN) {
+            ppqLeaveCopy(conn, closed);
+        } else if (!ppqEndCopy(conn, status)) {
+            return false;
+        }
+    }
+    return conn->status == CONNECTION_OK;
+}
+
+/*
+ * An end that comes next is one too many of the Close's, or all that there is of the next cycle's
+ * answer.  Another Sync tells: its own end then stands behind the answer, or in its place.
+ */
+static bool ppqDropStrayEnd(PGconn *conn, PpqClosed *closed)
+{
+    const int end = ppqMessageEnd(conn, conn->inStart);
+
+    if (end < 0 || conn->inBuffer[conn->inStart] != 'Z')
+        return true;
+    conn->inStart = end;
+    conn->inCursor = end;
+    closed->synced = true;
+    if (ppqReserve(conn, PPQ_HEADER_BYTES) && ppqPutSync(conn))
+        return true;
+    ppqGiveUp(conn);
+    return false;
+}
+
+/* Goes on from the end of the Close's cycle to the one behind it. */
+static bool ppqGoOn(PGconn *conn, PpqClosed *closed)
+{
+    pqClearConnErrorState(conn);
+    pqClearAsyncResult(conn);
+    conn->asyncStatus = PGASYNC_BUSY;
+    return ppqDropStrayEnd(conn, closed);
+}
+
+bool ppqTakeClosed(PGconn *conn, PpqClosed *closed)
+{
+    PGcmdQueueEntry *const closing = conn->cmd_queue_head;
+    PGcmdQueueEntry *behind;
+    bool failed = false;
+    bool good;
+    char *stmtName;
+
+    *closed = (PpqClosed){NULL, false, false};
+    if (!ppqIsClosing(conn) || closing->next == NULL)
+        return true;
+    /* Out of libpq's sight, which at the end of a cycle takes the queue's head for what has ended. */
+    behind = closing->next;
+    closing->next = NULL;
+    conn->cmd_queue_tail = closing;
+    stmtName = ppqTakeClosing(conn);
+    good = ppqAwaitClosed(conn, closed, &failed);
+    ppqAppendQueueEntry(conn, behind);
+    good = good && ppqGoOn(conn, closed);
+    if (good && failed) {
+        closed->ignored = stmtName;
+    } else {
+        free(stmtName);
+    }
+    return good;
+}
+
+/* Ends a copy that the server has begun to read before it read what went out behind the Close. */
+static void ppqFailCopy(PGconn *conn)
+{
+    bool failed = false;
+
+    if (!ppqReserve(conn, ppqNameBytes(PPQ_COPY_ENDS) + PPQ_HEADER_BYTES) ||
+        !ppqEnqueue(conn, PGQUERY_EXTENDED))
+        return;
+    if (!ppqPutCopyFail(conn, PPQ_COPY_ENDS) || !ppqPutSync(conn)) {
+        ppqGiveUp(conn);
+    } else {
+        ppqDiscard(conn, &failed);
+    }
+}
+
+/* Takes in the end that the further Sync of ppqDropStrayEnd has brought. */
+static void ppqTakeEnd(PGconn *conn)
+{
+    bool failed = false;
+
+    if (ppqEnqueue(conn, PGQUERY_EXTENDED))
+        ppqDiscard(conn, &failed);
+}
+
+void ppqMakeGood(PGconn *conn, PpqClosed *closed, bool answered)
+{
+    if (closed->synced && answered && conn->asyncStatus == PGASYNC_IDLE)
+        ppqTakeEnd(conn);
+    if (closed->copying && conn->asyncStatus == PGASYNC_IDLE)
+        ppqFailCopy(conn);
+    if (closed->ignored != NULL && conn->asyncStatus == PGASYNC_IDLE)
+        ppqCloseAgain(conn, closed->ignored);
+    free(closed->ignored);
+}
