@@ -4,15 +4,18 @@
 // The message loop of the client extension, fed by any stream of bytes. The input's first line says
 // what is run on the connection, a letter each; the rest is what the server says.
 //
-//   e p   PPQexecPrepared, without parameters and with them
-//   f     PPQfetch, after the page before
-//   o s c PPQclose of the portal, of the statement, of both
-//   t     ppqSettle
-//   q     PQexec
-//   g     PQgetResult
-//   i     PQconsumeInput
-//   0-9   a read brings at most 1, 2, 4 ... 512 bytes
+//   e p     PPQexecPrepared, without parameters and with them
+//   r       ppqExecReopened
+//   f       PPQfetch, after the page before
+//   o s c   PPQclose of the portal, of the statement, of both
+//   t y     ppqSettle, ppqIsReady
+//   x m d w ppqExec, ppqPrepare, ppqDescribePrepared, ppqExecPrepared
+//   q       PQexec
+//   g       PQgetResult
+//   i       PQconsumeInput
+//   0-9     a read brings at most 1, 2, 4 ... 512 bytes
 #include "client/libppq.h"
+#include "client/ppqcall.h"
 #include "client/ppqsettle.h"
 
 #include "fuzz/fuzzinput.h"
@@ -74,13 +77,13 @@ std::set<int> pageSizes(const std::string &types)
 
 /*
     libpq's parser forgets the result that it is building when a ParameterDescription or a copy's
-    response comes into it, which no server sends; under PQexec too. The forgotten result was made in
+    response comes into it, which no server sends; under PQexec too, and ours that call it. The forgotten result was made in
     the same functions as every other, so that naming them to LeakSanitizer would hide our own leaks:
     leaks are looked for where libpq's own calls read no such stream.
 */
 bool hasLibpqLeak(const std::string &calls, const std::string &types)
 {
-    return calls.find_first_of("qgi") != std::string::npos &&
+    return calls.find_first_of("qgixmdw") != std::string::npos &&
            types.find_first_of("tGHW") != std::string::npos;
 }
 
@@ -140,6 +143,7 @@ private:
     void hlpTakeOther(PGresult *answer);
     void hlpClose(const char *portal, const char *statement);
     void hlpSettle();
+    void hlpLookIfReady();
 
     ScriptedStream stream;
     PGconn *conn;
@@ -215,6 +219,16 @@ void Session::hlpSettle()
     require(goesOn == (PQstatus(conn) == CONNECTION_OK), "settling tells a lost connection");
 }
 
+// Where it waits for nothing it cannot know that the stream has ended.
+void Session::hlpLookIfReady()
+{
+    const bool isReady = ppqIsReady(conn) == 1;
+    require(isReady == (PQstatus(conn) == CONNECTION_OK), "a connection that stands is ready");
+    require(!isReady || ppqTransactionStatus(conn) == PQtransactionStatus(conn) ||
+                PQtransactionStatus(conn) == PQTRANS_ACTIVE,
+            "the state is libpq's, or that before a close");
+}
+
 void Session::call(char letter)
 {
     switch (letter) {
@@ -222,6 +236,9 @@ void Session::call(char letter)
         return hlpTakePage(hlpExec(0));
     case 'p':
         return hlpTakePage(hlpExec(3));
+    case 'r':
+        return hlpTakePage(
+            ppqExecReopened(conn, PageRows, "st", "po", 0, nullptr, nullptr, nullptr, 1));
     case 'f':
         return hlpFetch();
     case 'o':
@@ -232,6 +249,16 @@ void Session::call(char letter)
         return hlpClose("po", "st");
     case 't':
         return hlpSettle();
+    case 'y':
+        return hlpLookIfReady();
+    case 'x':
+        return hlpTakeOther(ppqExec(conn, "SELECT 1"));
+    case 'm':
+        return hlpTakeOther(ppqPrepare(conn, "st", "SELECT 1"));
+    case 'd':
+        return hlpTakeOther(ppqDescribePrepared(conn, "st"));
+    case 'w':
+        return hlpTakeOther(ppqExecPrepared(conn, "st", 0, nullptr, nullptr, nullptr, 1));
     case 'q':
         return hlpTakeOther(PQexec(conn, "SELECT 1"));
     case 'g':
