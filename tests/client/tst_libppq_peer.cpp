@@ -2,27 +2,20 @@
 // SPDX-License-Identifier: MIT
 //
 // The client extension against a server that breaks the protocol.
-#include "client/libppq.h"
 #include "client/ppqcall.h"
 #include "client/ppqsettle.h"
 
-#include "tests/support/libpqowners.h"
-#include "tests/support/ordinaryanswers.h"
-
-#include <QtTest/QtTest>
+#include "tests/client/peerpages.h"
 
 #include <sys/socket.h>
 
 #include <chrono>
 #include <future>
-#include <memory>
 
 using namespace ServerMessage;
 
 namespace {
 
-constexpr char Run[] = "BDES";      // what PPQexecPrepared sends
-constexpr char Fetch[] = "ES";      // PPQfetch
 constexpr char CloseBoth[] = "CCS"; // PPQclose
 
 const char *const HangUp = "server closed the connection unexpectedly\n"
@@ -57,17 +50,6 @@ struct Kind
     const char *name;
     QByteArray message;
 };
-
-QList<Column> columns(int count)
-{
-    QList<Column> list;
-    for (int i = 0; i < count; ++i) {
-        Column column;
-        column.name = "c" + QByteArray::number(i);
-        list += column;
-    }
-    return list;
-}
 
 QByteArray description(int count = 1)
 {
@@ -159,13 +141,9 @@ QList<PeerCall> peerCalls()
              "rows 1 2"}};
 }
 
-void ignoreNotice(void * /*unused*/, const PGresult * /*notice*/)
-{
-}
-
 } // namespace
 
-class tst_LibPpqPeer : public QObject
+class tst_LibPpqPeer : public QObject, private PeerPages
 {
     Q_OBJECT
 
@@ -203,47 +181,26 @@ private slots:
 private:
     void playPageAndReset();
     void playPages(const QByteArray &second);
-    void play(const QByteArray &types, const std::function<void(PeerLink &)> &instead);
+    using PeerPages::play;
+    void play(const QByteArray &types, const Answer &answer);
     void play(const QByteArray &types, const QByteArray &reply);
-    void connect();
-    ResultPtr run(int rows = 2) const
-    {
-        return ResultPtr(
-            PPQexecPrepared(conn.get(), rows, "st", "po", 0, nullptr, nullptr, nullptr, 1));
-    }
-    ResultPtr fetch(const ResultPtr &previous, int rows = 2) const
-    {
-        return ResultPtr(PPQfetch(conn.get(), rows, "po", previous.get()));
-    }
     ResultPtr operate(const QString &operation);
     QByteArray ask(const char *sql) const
     {
         return textOf(ResultPtr(PQexec(conn.get(), sql)), conn.get());
     }
     void checkConnection(bool usable);
-
-    std::atomic<bool> overdue{false};
-    std::unique_ptr<ScriptedPeer> peer;
-    RawConnectionPtr conn;
 };
 
 void tst_LibPpqPeer::cleanup()
 {
-    conn.reset();
-    peer.reset();
-    QVERIFY2(!overdue.exchange(false), "the client waited until the peer hung up");
+    QVERIFY2(endInTime(), "the client waited until the peer hung up");
 }
 
 // Five rows, "1" to "5".
-void tst_LibPpqPeer::play(const QByteArray &types, const std::function<void(PeerLink &)> &instead)
+void tst_LibPpqPeer::play(const QByteArray &types, const Answer &answer)
 {
-    PeerMoment moment;
-    moment.link = 0; // any
-    moment.types = types;
-    peer.reset(new ScriptedPeer(
-        ordinaryUntil(moment, instead,
-                      OrdinaryAnswers(columns(1), {{"1"}, {"2"}, {"3"}, {"4"}, {"5"}}), overdue)));
-    connect();
+    play(types, answer, OrdinaryAnswers(columns(1), {{"1"}, {"2"}, {"3"}, {"4"}, {"5"}}));
 }
 
 void tst_LibPpqPeer::play(const QByteArray &types, const QByteArray &reply)
@@ -260,13 +217,6 @@ void tst_LibPpqPeer::playPages(const QByteArray &second)
         link.readRequest();
         link.send(second);
     });
-}
-
-void tst_LibPpqPeer::connect()
-{
-    conn.reset(PQconnectdb(peer->conninfo().constData()));
-    PQsetNoticeReceiver(conn.get(), ignoreNotice, nullptr);
-    QCOMPARE(PQstatus(conn.get()), CONNECTION_OK);
 }
 
 void tst_LibPpqPeer::checkConnection(bool usable)
@@ -587,12 +537,12 @@ void tst_LibPpqPeer::answersToAClose()
     QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
     QCOMPARE(ppqSettle(conn.get()), usable ? 1 : 0);
     checkConnection(usable);
-    connect();
+    connectAnew();
     QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
     QCOMPARE(static_cast<bool>(run()), usable);
     checkConnection(usable);
     for (const PeerCall &call : peerCalls()) {
-        connect();
+        connectAnew();
         QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
         QCOMPARE(textOf(ResultPtr(call.make(conn.get())), conn.get()).startsWith(call.answer),
                  usable);
@@ -750,7 +700,7 @@ void tst_LibPpqPeer::cutAnswers()
         QVERIFY2(!operate(types), QByteArray::number(length));
         QVERIFY(QByteArray(PQerrorMessage(conn.get())).size() > 0);
         checkConnection(false);
-        connect();
+        connectAnew();
     }
 }
 
@@ -765,7 +715,7 @@ void tst_LibPpqPeer::cutAnswersToACloseEndTheNextOperation()
         QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
         QCOMPARE(ppqSettle(conn.get()), 0);
         checkConnection(false);
-        connect();
+        connectAnew();
     }
 }
 
@@ -896,7 +846,7 @@ void tst_LibPpqPeer::writeThatFailsBesideAReadThatDoesNot()
         link.send(noticeResponse("still here"));
         answer.wait_for(std::chrono::seconds(10));
     }));
-    connect();
+    connectAnew();
     shutdown(PQsocket(conn.get()), SHUT_WR);
     QCOMPARE(textOf(run(), conn.get()), QByteArray("nothing | ") + HangUp); // so libpq calls it
     answered.set_value();

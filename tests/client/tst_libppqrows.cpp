@@ -3,17 +3,11 @@
 //
 // The rows of a page: whatever stands in them, in whatever pieces they come, and what libpq's own
 // calls make of them.
-#include "client/libppq.h"
-
-#include "tests/support/libpqowners.h"
-#include "tests/support/ordinaryanswers.h"
-
-#include <QtTest/QtTest>
+#include "tests/client/peerpages.h"
 
 #include <malloc.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -24,23 +18,8 @@ using Row = OrdinaryAnswers::Row;
 
 namespace {
 
-constexpr char Run[] = "BDES"; // what PPQexecPrepared sends
-constexpr char Fetch[] = "ES"; // PPQfetch
-
 constexpr int BufferBytes = 16384; // libpq's first input buffer
 constexpr int MiB = 1024 * 1024;
-
-QList<Column> columns(int count, qint16 format = 1)
-{
-    QList<Column> list;
-    for (int i = 0; i < count; ++i) {
-        Column column;
-        column.name = "c" + QByteArray::number(i);
-        column.format = format;
-        list += column;
-    }
-    return list;
-}
 
 QByteArray described(int count)
 {
@@ -175,11 +154,6 @@ void setValue(const ResultPtr &page, int row, int column, const QByteArray &valu
              1);
 }
 
-void countNotice(void *count, const PGresult * /*notice*/)
-{
-    ++*static_cast<int *>(count);
-}
-
 int notificationsTakenFrom(PGconn *conn)
 {
     int count = 0;
@@ -192,7 +166,7 @@ int notificationsTakenFrom(PGconn *conn)
 
 } // namespace
 
-class tst_LibPpqRows : public QObject
+class tst_LibPpqRows : public QObject, private PeerPages
 {
     Q_OBJECT
 
@@ -232,29 +206,12 @@ private slots:
     void singleRowModeBehindACloseIsDiscarded();
 
 private:
-    void play(const OrdinaryAnswers &answers);
-    void play(const QByteArray &types, const std::function<void(PeerLink &)> &instead);
+    using PeerPages::play;
+    void play(const QByteArray &types, const Answer &answer);
     void play(const QByteArray &types, const QByteArray &reply);
-    void playUntil(const PeerMoment &moment, const std::function<void(PeerLink &)> &instead,
-                   const OrdinaryAnswers &answers);
-    void connect();
-    ResultPtr run(int rows = 2) const
-    {
-        return ResultPtr(
-            PPQexecPrepared(conn.get(), rows, "st", "po", 0, nullptr, nullptr, nullptr, 1));
-    }
-    ResultPtr fetch(const ResultPtr &previous, int rows = 2) const
-    {
-        return ResultPtr(PPQfetch(conn.get(), rows, "po", previous.get()));
-    }
     ResultPtr pageFor(const QByteArray &types) const { return types == Run ? run() : fetch(run()); }
     QList<QByteArray> walk(int rows) const;
     void leaveSingleRows(const QByteArray &sql, int fetched);
-
-    std::atomic<bool> overdue{false};
-    std::unique_ptr<ScriptedPeer> peer;
-    int notices = 0;
-    RawConnectionPtr conn;
 };
 
 // New memory is full of something, so that no zero stands behind a value by chance.
@@ -265,45 +222,18 @@ void tst_LibPpqRows::initTestCase()
 
 void tst_LibPpqRows::cleanup()
 {
-    conn.reset();
-    peer.reset();
-    QVERIFY2(!overdue.exchange(false), "the client waited until the peer hung up");
-}
-
-void tst_LibPpqRows::playUntil(const PeerMoment &moment,
-                               const std::function<void(PeerLink &)> &instead,
-                               const OrdinaryAnswers &answers)
-{
-    peer.reset(new ScriptedPeer(ordinaryUntil(moment, instead, answers, overdue)));
-    connect();
-}
-
-void tst_LibPpqRows::play(const OrdinaryAnswers &answers)
-{
-    playUntil(
-        PeerMoment(), [](PeerLink &) {}, answers);
+    QVERIFY2(endInTime(), "the client waited until the peer hung up");
 }
 
 // Five rows, until something else answers.
-void tst_LibPpqRows::play(const QByteArray &types, const std::function<void(PeerLink &)> &instead)
+void tst_LibPpqRows::play(const QByteArray &types, const Answer &answer)
 {
-    PeerMoment moment;
-    moment.link = 0; // any
-    moment.types = types;
-    playUntil(moment, instead, OrdinaryAnswers(columns(2), numbers(5)));
+    play(types, answer, OrdinaryAnswers(columns(2), numbers(5)));
 }
 
 void tst_LibPpqRows::play(const QByteArray &types, const QByteArray &reply)
 {
     play(types, [reply](PeerLink &link) { link.send(reply); });
-}
-
-void tst_LibPpqRows::connect()
-{
-    conn.reset(PQconnectdb(peer->conninfo().constData()));
-    notices = 0;
-    PQsetNoticeReceiver(conn.get(), countNotice, &notices);
-    QCOMPARE(PQstatus(conn.get()), CONNECTION_OK);
 }
 
 // The rows of all pages.
@@ -398,7 +328,7 @@ void tst_LibPpqRows::memoryOfRowsWithNegativeLengths()
     play(Run,
          described(1) + row.repeated(1000) + commandComplete("SELECT 1000") + readyForQuery('I'));
     const ResultPtr libpqs(PQexecPrepared(conn.get(), "st", 0, nullptr, nullptr, nullptr, 1));
-    connect();
+    connectAnew();
     const ResultPtr page = run();
     QCOMPARE(textsOf(page), textsOf(libpqs));
     const size_t size = PQresultMemorySize(page.get());
@@ -482,7 +412,7 @@ void tst_LibPpqRows::piecesOfEverySize()
         play(types, [bytes](PeerLink &link) { link.sendInPieces(bytes, link.number()); });
         for (int size = 1; size <= bytes.size(); ++size) {
             QCOMPARE(textsOf(pageFor(types)), textsOf(rows));
-            connect();
+            connectAnew();
         }
     }
 }
@@ -499,7 +429,7 @@ void tst_LibPpqRows::cutInTwoAtEveryByte()
     });
     for (int at = 1; at < reply.size(); ++at) {
         QCOMPARE(textsOf(run()), textsOf(rows));
-        connect();
+        connectAnew();
     }
 }
 
@@ -518,7 +448,7 @@ void tst_LibPpqRows::endsAtTheEdgeOfTheBuffer()
     });
     for (int number = 1; number <= 2 * Around; ++number) {
         QCOMPARE(textsOf(run()), textsOf(rows(number)));
-        connect();
+        connectAnew();
     }
 }
 
@@ -662,7 +592,7 @@ void tst_LibPpqRows::traceTellsEveryRow()
         const ResultPtr result(PQexecPrepared(conn.get(), "st", 0, nullptr, nullptr, nullptr, 1));
     });
     QCOMPARE(rowLinesIn(libpqs), rows.size() + 1);
-    connect();
+    connectAnew();
     QCOMPARE(traced(conn.get(), [this] { run(); }), libpqs);
 
     play(Fetch, send(page + end));
