@@ -56,18 +56,20 @@ static bool ppqAwaitClosed(PGconn *conn, PpqClosed *closed, bool *failed)
 
 /*
  * An end that comes next is one too many of the Close's, or all that there is of the next cycle's
- * answer.  Another Sync tells: its own end then stands behind the answer, or in its place.
+ * answer.  Another Sync tells, as what has come before cannot be its end: that one stands behind the
+ * answer, or in its place.
  */
-static bool ppqDropStrayEnd(PGconn *conn, PpqClosed *closed)
+static bool ppqDropStrayEnds(PGconn *conn, PpqClosed *closed)
 {
-    const int end = ppqMessageEnd(conn, conn->inStart);
+    int end;
 
-    if (end < 0 || conn->inBuffer[conn->inStart] != 'Z')
-        return true;
-    conn->inStart = end;
-    conn->inCursor = end;
-    closed->synced = true;
-    if (ppqReserve(conn, PPQ_HEADER_BYTES) && ppqPutSync(conn))
+    while ((end = ppqMessageEnd(conn, conn->inStart)) >= 0 &&
+           conn->inBuffer[conn->inStart] == 'Z') {
+        conn->inStart = end;
+        conn->inCursor = end;
+        closed->synced = true;
+    }
+    if (!closed->synced || (ppqReserve(conn, PPQ_HEADER_BYTES) && ppqPutSync(conn)))
         return true;
     ppqGiveUp(conn);
     return false;
@@ -79,7 +81,7 @@ static bool ppqGoOn(PGconn *conn, PpqClosed *closed)
     pqClearConnErrorState(conn);
     pqClearAsyncResult(conn);
     conn->asyncStatus = PGASYNC_BUSY;
-    return ppqDropStrayEnd(conn, closed);
+    return ppqDropStrayEnds(conn, closed);
 }
 
 bool ppqTakeClosed(PGconn *conn, PpqClosed *closed)
@@ -124,7 +126,7 @@ static void ppqFailCopy(PGconn *conn)
     }
 }
 
-/* Takes in the end that the further Sync of ppqDropStrayEnd has brought. */
+/* Takes in the end that the further Sync of ppqDropStrayEnds has brought. */
 static void ppqTakeEnd(PGconn *conn)
 {
     bool failed = false;

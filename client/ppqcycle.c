@@ -162,9 +162,17 @@ static bool ppqIsCopy(ExecStatusType status)
     return status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH;
 }
 
-static bool ppqIsSuccess(ExecStatusType status)
+/* Whether a success was ended: by a tag, or a page's rows by the portal's suspension. */
+static bool ppqHasEnd(const PGresult *result, bool suspended)
 {
-    return status == PGRES_TUPLES_OK || status == PGRES_COMMAND_OK;
+    switch (PQresultStatus(result)) {
+    case PGRES_TUPLES_OK:
+        return suspended || result->cmdStatus[0] != '\0';
+    case PGRES_COMMAND_OK:
+        return result->cmdStatus[0] != '\0';
+    default:
+        return true;
+    }
 }
 
 /*
@@ -180,7 +188,7 @@ static const char *ppqAnswerFault(const PGresult *last, int count, bool suspende
         return NULL;
     if (count > 1)
         return "the server answered with more than one result";
-    if (ppqIsSuccess(PQresultStatus(last)) && last->cmdStatus[0] == '\0' && !suspended)
+    if (!ppqHasEnd(last, suspended))
         return "the server answered with a result that has no end";
     return NULL;
 }

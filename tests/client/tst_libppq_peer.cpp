@@ -158,6 +158,8 @@ private slots:
     void answersToAFetch();
     void answersToAClose_data();
     void answersToAClose();
+    void endsTooManyBehindAClose_data();
+    void endsTooManyBehindAClose();
     void answersToAPlainQuery_data();
     void answersToAPlainQuery();
 
@@ -270,6 +272,7 @@ void tst_LibPpqPeer::answersToARun_data()
     add("rows and another description", b + t + d + t + z, SeveralResults);
     add("no columns and an empty tag", b + noData() + commandComplete("") + z, NoEnd);
     add("parameters and no end", b + parameterDescription({25}) + z, NoResult);
+    add("bad row, parameters, suspended", b + d + parameterDescription({25}) + s + z, NoEnd);
     add("ended twice", b + t + d + c + c + z, SeveralResults);
     add("ready first", z + b + t + d + c + z, NoResult);
     add("ready twice", b + t + d + c + z + z, "rows 1 | SELECT 1");
@@ -551,6 +554,32 @@ void tst_LibPpqPeer::answersToAClose()
 }
 
 // libpq's own calls go without the extension, which must work behind whatever they leave.
+void tst_LibPpqPeer::endsTooManyBehindAClose_data()
+{
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<QByteArray>("expected");
+    const QByteArray z = ready();
+    const QByteArray one = description() + dataRow({"1"}) + commandComplete("SELECT 1") + z;
+    QTest::newRow("one and an answer") << z + one << QByteArray("rows 1 | SELECT 1");
+    QTest::newRow("two and an answer") << z + z + one << QByteArray("rows 1 | SELECT 1");
+    QTest::newRow("one and no answer") << z + z << QByteArray("nothing | ");
+    QTest::newRow("two and no answer") << z + z + z << QByteArray("nothing | ");
+}
+
+// All that the server says comes at once.
+void tst_LibPpqPeer::endsTooManyBehindAClose()
+{
+    QFETCH(QByteArray, answer);
+    QFETCH(QByteArray, expected);
+    play(CloseBoth, [answer](PeerLink &link) {
+        link.readRequest();
+        link.send(closeComplete() + closeComplete() + ready() + answer);
+    });
+    QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+    QCOMPARE(textOf(ResultPtr(ppqExec(conn.get(), "SELECT 1")), conn.get()), expected);
+    checkConnection(true);
+}
+
 void tst_LibPpqPeer::answersToAPlainQuery_data()
 {
     QTest::addColumn<QByteArray>("reply");
