@@ -15,32 +15,62 @@ namespace {
 
 constexpr int RunMsec = 300000;
 
-// Reads the parts of callgrind's profile that tell what each object file costs itself.
+// Reads the parts of callgrind's profile that tell what each object file costs itself, and how often
+// memory is allocated.
 class ProfileReader
 {
 public:
-    Instructions read(QFile *file)
+    Profile read(QFile *file)
     {
         while (!file->atEnd()) {
             readLine(QString::fromLocal8Bit(file->readLine()).trimmed());
         }
-        return costs;
+        return profile;
     }
 
 private:
     void readLine(const QString &line)
     {
-        if (line.startsWith(QLatin1String("ob="))) {
-            object = nameOf(line.mid(3));
-        } else if (line.startsWith(QLatin1String("cob="))) {
-            nameOf(line.mid(4)); // the first mention of a name may be here
-        } else if (line.startsWith(QLatin1String("calls="))) {
-            isCall = true; // the next line is what the called function costs
-        } else if (isCost(line)) {
-            costs[object] += isCall ? 0 : line.section(QLatin1Char(' '), 1, 1).toLongLong();
+        if (isCost(line)) {
+            profile.instructions[hasSource() ? fromSource(object) : object] +=
+                isCall ? 0 : line.section(QLatin1Char(' '), 1, 1).toLongLong();
             isCall = false;
+        } else {
+            readPosition(line.section(QLatin1Char('='), 0, 0), line.section(QLatin1Char('='), 1));
         }
     }
+
+    // What is called is read for its name alone, which may be the first mention of it.
+    void readPosition(const QString &key, const QString &text)
+    {
+        if (key == QLatin1String("ob")) {
+            object = QFileInfo(nameOf(text, &objects)).fileName();
+        } else if (key == QLatin1String("cob")) {
+            nameOf(text, &objects);
+        } else if (QStringList{QStringLiteral("fl"), QStringLiteral("fi"), QStringLiteral("fe")}
+                       .contains(key)) {
+            source = nameOf(text, &sources);
+        } else if (QStringList{QStringLiteral("cfl"), QStringLiteral("cfi")}.contains(key)) {
+            nameOf(text, &sources);
+        } else if (key == QLatin1String("fn")) {
+            nameOf(text, &functions);
+        } else if (key == QLatin1String("cfn")) {
+            called = nameOf(text, &functions);
+        } else if (key == QLatin1String("calls")) {
+            isCall = true; // the next line is what the called function costs
+            profile.allocations +=
+                allocates() ? text.section(QLatin1Char(' '), 0, 0).toLongLong() : 0;
+        }
+    }
+
+    bool allocates() const
+    {
+        return QStringList{QStringLiteral("malloc"), QStringLiteral("calloc"),
+                           QStringLiteral("realloc")}
+            .contains(called);
+    }
+
+    bool hasSource() const { return source != QLatin1String("???"); }
 
     // A position, absolute or relative to the one before, and a number.
     static bool isCost(const QString &line)
@@ -50,19 +80,23 @@ private:
     }
 
     // Names stand behind their number when they first come, and are the number alone from then on.
-    QString nameOf(const QString &text)
+    static QString nameOf(const QString &text, QHash<QString, QString> *names)
     {
         const QString number = text.section(QLatin1Char(' '), 0, 0);
         const QString name = text.section(QLatin1Char(' '), 1);
         if (!name.isEmpty()) {
-            names[number] = QFileInfo(name).fileName();
+            names->insert(number, name);
         }
-        return names.value(number);
+        return names->value(number);
     }
 
-    Instructions costs;
-    QHash<QString, QString> names;
+    Profile profile;
+    QHash<QString, QString> objects;
+    QHash<QString, QString> sources;
+    QHash<QString, QString> functions;
     QString object;
+    QString source;
+    QString called;
     bool isCall = false;
 };
 
@@ -77,7 +111,7 @@ QProcessEnvironment environment()
 
 } // namespace
 
-Instructions countInstructions(const QStringList &command)
+Profile profileOf(const QStringList &command)
 {
     const QTemporaryDir folder;
     QFile profile(folder.filePath(QStringLiteral("profile")));
@@ -91,16 +125,17 @@ Instructions countInstructions(const QStringList &command)
     if (!valgrind.waitForFinished(RunMsec) || valgrind.exitStatus() != QProcess::NormalExit ||
         valgrind.exitCode() != 0 || !profile.open(QIODevice::ReadOnly)) {
         qWarning() << command << valgrind.readAll();
-        return Instructions();
+        return Profile();
     }
     return ProfileReader().read(&profile);
 }
 
-QMap<QString, double> costOfUnit(const Instructions &more, const Instructions &fewer, int count)
+UnitCost costOfUnit(const Profile &more, const Profile &fewer, int count)
 {
-    QMap<QString, double> costs;
-    for (auto object = more.begin(); object != more.end(); ++object) {
-        costs[object.key()] = double(object.value() - fewer.value(object.key())) / count;
+    UnitCost cost{{}, double(more.allocations - fewer.allocations) / count};
+    for (auto object = more.instructions.begin(); object != more.instructions.end(); ++object) {
+        const qint64 difference = object.value() - fewer.instructions.value(object.key());
+        cost.instructions[object.key()] = double(difference) / count;
     }
-    return costs;
+    return cost;
 }
