@@ -61,7 +61,7 @@ void Dorvy3Connection::hlpSetUp()
     serverCodec = codecs.server;
     clientCodec = codecs.client;
     // A failed SET leaves the server's setting in force.
-    PQclear(exec("SET DATESTYLE TO 'ISO'"));
+    exec("SET DATESTYLE TO 'ISO'");
 }
 
 void Dorvy3Connection::setSearchPath(const QString &searchPath)
@@ -69,7 +69,7 @@ void Dorvy3Connection::setSearchPath(const QString &searchPath)
     if (searchPath.isEmpty()) {
         return;
     }
-    PQclear(exec(server(QStringLiteral("SET SEARCH_PATH TO ") + searchPath).constData()));
+    exec(server(QStringLiteral("SET SEARCH_PATH TO ") + searchPath).constData());
 }
 
 PGconn *Dorvy3Connection::connection()
@@ -142,13 +142,13 @@ PGTransactionStatusType Dorvy3Connection::transactionStatus()
     if (status != PQTRANS_UNKNOWN) {
         return status;
     }
-    settle(); // the answer may tell
+    settle(); // a server that has told no state at all tells another with the answer to a close
     return PQtransactionStatus(handle);
 }
 
-PGresult *Dorvy3Connection::exec(const char *sql)
+PgResultPtr Dorvy3Connection::exec(const char *sql)
 {
-    return ppqExec(connection(), sql);
+    return PgResultPtr(ppqExec(connection(), sql));
 }
 
 bool Dorvy3Connection::settle()
@@ -158,19 +158,25 @@ bool Dorvy3Connection::settle()
 
 QSqlError Dorvy3Connection::hlpCommand(const char *sql, const QString &failure)
 {
-    const PgResultPtr result(exec(sql));
+    return hlpOutcome(exec(sql).get(), failure);
+}
+
+QSqlError Dorvy3Connection::hlpOutcome(const PGresult *result, const QString &failure) const
+{
     if (!result) {
         return QSqlError(failure, client(PQerrorMessage(handle), -1), QSqlError::TransactionError);
     }
-    if (PQresultStatus(result.get()) != PGRES_COMMAND_OK) {
-        return QSqlError(failure, client(PQresultErrorMessage(result.get()), -1),
+    if (PQresultStatus(result) != PGRES_COMMAND_OK) {
+        return QSqlError(failure, client(PQresultErrorMessage(result), -1),
                          QSqlError::TransactionError);
     }
-    // A close that was under way may have failed the transaction, which a COMMIT then rolls back.
-    if (qstrcmp(sql, "COMMIT") == 0 && qstrcmp(PQcmdStatus(result.get()), "ROLLBACK") == 0) {
-        return QSqlError(cannotCommit(), commitForbidden(), QSqlError::TransactionError);
-    }
     return QSqlError();
+}
+
+// Nothing is sent that the answer to a close would be taken in with, and it may tell of a loss.
+QSqlError Dorvy3Connection::hlpRefusal(const QString &refused, const QString &reason)
+{
+    return QSqlError(refused, settle() ? reason : noConnection(), QSqlError::TransactionError);
 }
 
 QSqlError Dorvy3Connection::beginTransaction()
@@ -179,8 +185,7 @@ QSqlError Dorvy3Connection::beginTransaction()
         return QSqlError(cannotBegin(), noConnection(), QSqlError::TransactionError);
     }
     if (transactionStatus() != PQTRANS_IDLE) {
-        settle(); // as nothing is sent that would
-        return QSqlError(cannotBegin(), beginForbidden(), QSqlError::TransactionError);
+        return hlpRefusal(cannotBegin(), beginForbidden());
     }
     return hlpCommand("BEGIN", beginFailed());
 }
@@ -191,10 +196,14 @@ QSqlError Dorvy3Connection::commitTransaction()
         return QSqlError(cannotCommit(), noConnection(), QSqlError::TransactionError);
     }
     if (transactionStatus() != PQTRANS_INTRANS) {
-        settle(); // as nothing is sent that would
-        return QSqlError(cannotCommit(), commitForbidden(), QSqlError::TransactionError);
+        return hlpRefusal(cannotCommit(), commitForbidden());
     }
-    return hlpCommand("COMMIT", commitFailed());
+    const PgResultPtr result = exec("COMMIT");
+    if (qstrcmp(PQcmdStatus(result.get()), "ROLLBACK") == 0) {
+        // The close that was under way has failed the transaction.
+        return hlpRefusal(cannotCommit(), commitForbidden());
+    }
+    return hlpOutcome(result.get(), commitFailed());
 }
 
 QSqlError Dorvy3Connection::rollbackTransaction()
@@ -203,9 +212,9 @@ QSqlError Dorvy3Connection::rollbackTransaction()
         return QSqlError(cannotRollback(), noConnection(), QSqlError::TransactionError);
     }
     const PGTransactionStatusType status = transactionStatus();
-    if (status != PQTRANS_INTRANS && status != PQTRANS_INERROR) {
-        settle();
-        return QSqlError();
+    if (status == PQTRANS_INTRANS || status == PQTRANS_INERROR) {
+        return hlpCommand("ROLLBACK", rollbackFailed());
     }
-    return hlpCommand("ROLLBACK", rollbackFailed());
+    return settle() ? QSqlError()
+                    : QSqlError(cannotRollback(), noConnection(), QSqlError::TransactionError);
 }

@@ -5,6 +5,8 @@
 #ifndef DORVY3CONNECTION_H
 #define DORVY3CONNECTION_H
 
+#include "access/dorvy3pgowners_p.h"
+
 #include <libpq-fe.h>
 
 #include <QtCore/QByteArray>
@@ -72,16 +74,16 @@ public:
     bool isReady();
 
     /*!
-        isValid() after the answer to a close has been taken in, if one is outstanding. A copy that is
-        under way is left alone.
+        isValid() after the answer to a close has been taken in, if one is outstanding. A copy that
+        is under way is left alone.
     */
     bool settle();
 
     /*! libpq's, and while a close is outstanding the state before it: not "active". */
     PGTransactionStatusType transactionStatus();
 
-    /*! Runs \a sql as PQexec does. The result is the caller's; null tells of a lack of memory. */
-    PGresult *exec(const char *sql);
+    /*! Runs \a sql as PQexec does; null tells of a lack of memory. */
+    PgResultPtr exec(const char *sql);
 
     /*!
         Sends \a searchPath, a schema list in SQL syntax, as it stands; empty sends nothing. What
@@ -104,6 +106,8 @@ private:
     Q_DISABLE_COPY(Dorvy3Connection)
 
     QSqlError hlpCommand(const char *sql, const QString &failure);
+    QSqlError hlpOutcome(const PGresult *result, const QString &failure) const;
+    QSqlError hlpRefusal(const QString &refused, const QString &reason);
     void hlpSetUp();
 
     PGconn *handle;

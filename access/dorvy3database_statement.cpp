@@ -52,7 +52,7 @@ bool Dorvy3Database::hlpPrepareOnOwn(Dorvy3Statement &statement, const QString &
 void Dorvy3Database::hlpSavepoint(const QString &command, const Dorvy3Statement &statement)
 {
     const QString sql = command.arg(QString::fromUtf8(statement.statementname()));
-    PQclear(connection->exec(sql.toLatin1().constData()));
+    connection->exec(sql.toLatin1().constData());
 }
 
 bool Dorvy3Database::hlpMoveToBorrowed(Dorvy3Statement &statement, const QString &query,
@@ -74,7 +74,7 @@ bool Dorvy3Database::hlpBorrow(QSqlError *error)
 QString Dorvy3Database::hlpCurrentSchema()
 {
     const QByteArray sql = connection->server(QStringLiteral("SELECT current_schema()"));
-    const PgResultPtr result(connection->exec(sql.constData()));
+    const PgResultPtr result = connection->exec(sql.constData());
     if (PQresultStatus(result.get()) != PGRES_TUPLES_OK) { // a null result has failed, too
         return QString();
     }

@@ -82,7 +82,8 @@ PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGre
  * and PQtransactionStatus says PQTRANS_ACTIVE until then.  A failure on the server is therefore
  * dropped with the answer; the transaction status tells that one happened.  Closing a portal can
  * fail, and the server then ignores the close of the statement behind it: the operations here
- * send that again, libpq's own calls do not (ppqSettle, in ppqsettle.h, before them does).
+ * send that again, libpq's own calls do not (those of ppqcall.h do, and ppqSettle, in
+ * ppqsettle.h, before them).
  *
  * The close of a portal alone stays in the send buffer, for the run that binds the portal again
  * to take it along; any other call on the connection, PQflush included, sends it.

@@ -26,9 +26,6 @@ StaticAssertDecl(PG_VERSION_NUM / 10000 == 15, "the extension works on libpq 15'
  */
 #define PPQ_QUERY_CLOSE ((PGQueryClass)'C')
 
-/* What a server is told whose copy stands in the way, in libpq's words. */
-#define PPQ_COPY_ENDS "COPY terminated by a new command"
-
 /* ---- ppqbegin.c: the beginning of a query cycle, from an idle connection ---- */
 
 /* Whether the connection can take an extended query; says why not in its error message. */
@@ -104,6 +101,9 @@ PGresult *ppqGetResult(PGconn *conn, bool more, bool *suspended);
  */
 PGresult *ppqFinish(PGconn *conn, PGresult *page);
 
+/* Whether a result begins a copy. */
+bool ppqIsCopy(ExecStatusType status);
+
 /* Waits for a result or for the end of the cycle.  False: the connection is lost. */
 bool ppqAwait(PGconn *conn, bool *suspended);
 
@@ -113,7 +113,6 @@ bool ppqAwait(PGconn *conn, bool *suspended);
 typedef struct PpqClosed
 {
     char *ignored; /* the statement whose Close the server has ignored, or NULL */
-    bool copying;  /* the server has begun to read a copy */
     bool synced;   /* another Sync was sent, the end of which stands behind an answer */
 } PpqClosed;
 
@@ -165,7 +164,6 @@ bool ppqPutBind(PGconn *conn, const char *stmtName, const char *portalName, int 
 bool ppqPutDescribePortal(PGconn *conn, const char *portalName);
 bool ppqPutExecute(PGconn *conn, const char *portalName, int maxRows);
 bool ppqPutClose(PGconn *conn, char kind, const char *name);
-bool ppqPutCopyFail(PGconn *conn, const char *reason);
 bool ppqPutSync(PGconn *conn);
 
 #endif /* PPQ_P_H */

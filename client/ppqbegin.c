@@ -37,7 +37,7 @@ bool ppqCanSend(PGconn *conn)
 bool ppqEndCopy(PGconn *conn, ExecStatusType status)
 {
     if (status == PGRES_COPY_IN)
-        return PQputCopyEnd(conn, PPQ_COPY_ENDS) >= 0;
+        return PQputCopyEnd(conn, "COPY terminated by a new command") >= 0;
     if (status == PGRES_COPY_OUT)
         conn->asyncStatus = PGASYNC_BUSY; /* libpq then drops the rest of the data */
     if (status == PGRES_COPY_BOTH) {

@@ -10,7 +10,7 @@
 
 bool ppqIsCloseUnderWay(const PGconn *conn)
 {
-    return ppqIsClosing(conn) && conn->asyncStatus == PGASYNC_BUSY &&
+    return ppqIsClosing(conn) && conn->asyncStatus == PGASYNC_BUSY && !conn->write_failed &&
            conn->cmd_queue_head->next == NULL && conn->result == NULL && !conn->error_result;
 }
 
@@ -19,13 +19,9 @@ bool ppqBeginBehindClose(PGconn *conn)
     return (!ppqHasUnsentClose(conn) && ppqIsCloseUnderWay(conn)) || ppqBeginAfterClose(conn);
 }
 
-/*
- * A server that reads a copy goes on to read what has been sent behind the Close; the copy is ended
- * behind that.
- */
-static void ppqLeaveCopy(PGconn *conn, PpqClosed *closed)
+/* What has been sent behind the Close ends a copy that the server asks for in its place. */
+static void ppqLeaveCopy(PGconn *conn)
 {
-    closed->copying = true;
     pqCommandQueueAdvance(conn, false, false);
     conn->asyncStatus = PGASYNC_IDLE;
 }
@@ -34,7 +30,7 @@ static void ppqLeaveCopy(PGconn *conn, PpqClosed *closed)
  * Takes in the whole answer to a Close and tells in failed whether there was an error in it.  A
  * result is asked for only where there is one: libpq would read on, into the next cycle's answer.
  */
-static bool ppqAwaitClosed(PGconn *conn, PpqClosed *closed, bool *failed)
+static bool ppqAwaitClosed(PGconn *conn, bool *failed)
 {
     bool suspended = false;
 
@@ -46,7 +42,7 @@ static bool ppqAwaitClosed(PGconn *conn, PpqClosed *closed, bool *failed)
         if (status == PGRES_FATAL_ERROR)
             *failed = true;
         if (status == PGRES_COPY_IN) {
-            ppqLeaveCopy(conn, closed);
+            ppqLeaveCopy(conn);
         } else if (!ppqEndCopy(conn, status)) {
             return false;
         }
@@ -84,46 +80,49 @@ static bool ppqGoOn(PGconn *conn, PpqClosed *closed)
     return ppqDropStrayEnds(conn, closed);
 }
 
-bool ppqTakeClosed(PGconn *conn, PpqClosed *closed)
+/*
+ * Takes the cycle behind a Close out of libpq's sight, which at the end of a cycle takes the queue's
+ * head for what has ended.
+ */
+static PGcmdQueueEntry *ppqDetachBehind(PGconn *conn)
 {
-    PGcmdQueueEntry *const closing = conn->cmd_queue_head;
-    PGcmdQueueEntry *behind;
-    bool failed = false;
-    bool good;
-    char *stmtName;
+    PGcmdQueueEntry *behind = conn->cmd_queue_head->next;
 
-    *closed = (PpqClosed){NULL, false, false};
-    if (!ppqIsClosing(conn) || closing->next == NULL)
-        return true;
-    /* Out of libpq's sight, which at the end of a cycle takes the queue's head for what has ended. */
-    behind = closing->next;
-    closing->next = NULL;
-    conn->cmd_queue_tail = closing;
-    stmtName = ppqTakeClosing(conn);
-    good = ppqAwaitClosed(conn, closed, &failed);
-    ppqAppendQueueEntry(conn, behind);
-    good = good && ppqGoOn(conn, closed);
-    if (good && failed) {
-        closed->ignored = stmtName;
-    } else {
-        free(stmtName);
-    }
-    return good;
+    conn->cmd_queue_head->next = NULL;
+    conn->cmd_queue_tail = conn->cmd_queue_head;
+    return behind;
 }
 
-/* Ends a copy that the server has begun to read before it read what went out behind the Close. */
-static void ppqFailCopy(PGconn *conn)
+static void ppqFreeQueueEntry(PGcmdQueueEntry *entry)
 {
+    free(entry->query);
+    free(entry);
+}
+
+bool ppqTakeClosed(PGconn *conn, PpqClosed *closed)
+{
+    PGcmdQueueEntry *behind;
     bool failed = false;
 
-    if (!ppqReserve(conn, ppqNameBytes(PPQ_COPY_ENDS) + PPQ_HEADER_BYTES) ||
-        !ppqEnqueue(conn, PGQUERY_EXTENDED))
-        return;
-    if (!ppqPutCopyFail(conn, PPQ_COPY_ENDS) || !ppqPutSync(conn)) {
-        ppqGiveUp(conn);
-    } else {
-        ppqDiscard(conn, &failed);
+    *closed = (PpqClosed){NULL, false};
+    if (!ppqIsClosing(conn) || conn->cmd_queue_head->next == NULL)
+        return true;
+    closed->ignored = ppqTakeClosing(conn);
+    behind = ppqDetachBehind(conn);
+    if (!ppqAwaitClosed(conn, &failed)) {
+        ppqFreeQueueEntry(behind); /* a lost connection has nothing outstanding */
+        free(closed->ignored);
+        return false;
     }
+    ppqAppendQueueEntry(conn, behind);
+    if (!failed) {
+        free(closed->ignored);
+        closed->ignored = NULL;
+    }
+    if (ppqGoOn(conn, closed))
+        return true;
+    free(closed->ignored);
+    return false;
 }
 
 /* Takes in the end that the further Sync of ppqDropStrayEnds has brought. */
@@ -139,8 +138,6 @@ void ppqMakeGood(PGconn *conn, PpqClosed *closed, bool answered)
 {
     if (closed->synced && answered && conn->asyncStatus == PGASYNC_IDLE)
         ppqTakeEnd(conn);
-    if (closed->copying && conn->asyncStatus == PGASYNC_IDLE)
-        ppqFailCopy(conn);
     if (closed->ignored != NULL && conn->asyncStatus == PGASYNC_IDLE)
         ppqCloseAgain(conn, closed->ignored);
     free(closed->ignored);

@@ -22,8 +22,8 @@ static bool ppqGoBehindClose(PGconn *conn)
 }
 
 /*
- * The last result of a call, as PQexec has it; a copy stays under way.  Where more is to come behind
- * the call's answer, libpq must not read on.
+ * The last result of a call, as PQexec has it; a copy stays under way.  Where more is to come
+ * behind the call's answer, libpq must not read on.
  */
 static PGresult *ppqLastResult(PGconn *conn, bool more)
 {
@@ -32,12 +32,9 @@ static PGresult *ppqLastResult(PGconn *conn, bool more)
     bool suspended = false;
 
     while ((result = more ? ppqGetResult(conn, more, &suspended) : PQgetResult(conn)) != NULL) {
-        const ExecStatusType status = PQresultStatus(result);
-
         PQclear(last);
         last = result;
-        if (status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH ||
-            conn->status == CONNECTION_BAD)
+        if (ppqIsCopy(PQresultStatus(result)) || conn->status == CONNECTION_BAD)
             break;
     }
     return last;

@@ -20,7 +20,7 @@ extern "C" {
  *     close before they send anything.
  *
  * If closing a portal failed, the close of its statement was ignored with it, and is sent again
- * behind the call.
+ * behind the call, unless that has begun a copy.
  */
 PGresult *ppqExec(PGconn *conn, const char *sql);
 PGresult *ppqPrepare(PGconn *conn, const char *stmtName, const char *sql);

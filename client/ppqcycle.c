@@ -157,7 +157,7 @@ PGresult *ppqGetResult(PGconn *conn, bool more, bool *suspended)
     return PQgetResult(conn);
 }
 
-static bool ppqIsCopy(ExecStatusType status)
+bool ppqIsCopy(ExecStatusType status)
 {
     return status == PGRES_COPY_IN || status == PGRES_COPY_OUT || status == PGRES_COPY_BOTH;
 }

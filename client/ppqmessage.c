@@ -4,8 +4,7 @@
  *
  * The frontend messages of the extended query, written into libpq's send buffer.
  *
- * Source: PostgreSQL protocol 3.0, message formats (Bind, Close, CopyFail, Describe,
- * Execute, Sync).
+ * Source: PostgreSQL protocol 3.0, message formats (Bind, Close, Describe, Execute, Sync).
  */
 #include "ppq_p.h"
 
@@ -121,15 +120,6 @@ bool ppqPutClose(PGconn *conn, char kind, const char *name)
 
     failed |= pqPutc(kind, conn);
     failed |= pqPuts(name, conn);
-    failed |= pqPutMsgEnd(conn);
-    return failed == 0;
-}
-
-bool ppqPutCopyFail(PGconn *conn, const char *reason)
-{
-    int failed = pqPutMsgStart('f', conn);
-
-    failed |= pqPuts(reason, conn);
     failed |= pqPutMsgEnd(conn);
     return failed == 0;
 }

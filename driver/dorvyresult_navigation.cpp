@@ -87,7 +87,7 @@ QVariant DorvyResult::lastInsertId() const
     if (!connection || !connection->isReady()) {
         return QVariant();
     }
-    const PgResultPtr result(connection->exec("SELECT lastval()"));
+    const PgResultPtr result = connection->exec("SELECT lastval()");
     if (PQresultStatus(result.get()) != PGRES_TUPLES_OK) { // a null result has failed, too
         return QVariant();
     }

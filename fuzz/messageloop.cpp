@@ -77,9 +77,10 @@ std::set<int> pageSizes(const std::string &types)
 
 /*
     libpq's parser forgets the result that it is building when a ParameterDescription or a copy's
-    response comes into it, which no server sends; under PQexec too, and ours that call it. The forgotten result was made in
-    the same functions as every other, so that naming them to LeakSanitizer would hide our own leaks:
-    leaks are looked for where libpq's own calls read no such stream.
+    response comes into it, which no server sends; under PQexec too, and what calls it. The
+    forgotten result was made in the same functions as every other, so that naming them to
+    LeakSanitizer would hide our own leaks: leaks are looked for where libpq's own calls read no
+    such stream.
 */
 bool hasLibpqLeak(const std::string &calls, const std::string &types)
 {

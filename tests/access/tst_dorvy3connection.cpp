@@ -8,6 +8,7 @@
 #include "tests/support/connectionhelpers.h"
 #include "tests/support/namedcodec.h"
 #include "tests/support/pgcluster.h"
+#include "tests/support/scriptedpeer.h"
 #include "tests/support/scriptedserver.h"
 #include "tests/support/sqlmacros.h"
 #include "tests/support/textlines.h"
@@ -82,6 +83,9 @@ private slots:
     void commandAfterOutstandingClose_data();
     void commandAfterOutstandingClose();
     void commandGoesOutBehindAClose();
+    void commitBehindAFailedClose();
+    void refusalOnALostConnection_data();
+    void refusalOnALostConnection();
 
 private:
     void compareCommand(bool behindAClose);
@@ -786,6 +790,65 @@ void tst_Dorvy3Connection::commandGoesOutBehindAClose()
         proxy->conversation(),
         lines({"1> Close S \"st\"", "1> Sync", "1< CloseComplete", "1< ReadyForQuery T",
                "1> Query \"ROLLBACK\"", "1< CommandComplete \"ROLLBACK\"", "1< ReadyForQuery I"}));
+}
+
+// The close fails the transaction, which the server then rolls back in place of the commit.
+void tst_Dorvy3Connection::commitBehindAFailedClose()
+{
+    using namespace ServerMessage;
+    const ScriptedPeer peer([](PeerLink &link) {
+        link.setPatience(10);
+        link.greet();
+        link.readRequest();
+        link.send(commandComplete("SET") + readyForQuery('I'));
+        link.readRequest();
+        link.send(commandComplete("BEGIN") + readyForQuery('T'));
+        link.readRequest();
+        link.send(errorResponse("XX000", "the portal cannot be closed") + readyForQuery('E'));
+        link.readRequest();
+        link.send(commandComplete("ROLLBACK") + readyForQuery('I'));
+        link.readRequest(); // the statement is closed again
+        link.send(closeComplete() + readyForQuery('I'));
+        link.awaitEnd();
+    });
+    Dorvy3Connection connection(PQconnectdb(peer.conninfo().constData()), QString());
+    VERIFY_NO_ERROR(connection.beginTransaction());
+    QCOMPARE(PPQclose(connection.connection(), "po", "st"), 1);
+    COMPARE_ERROR(connection.commitTransaction(), TransactionError,
+                  QStringLiteral("Невозможно завершить транзакцию"),
+                  QStringLiteral("Текущее состояние соединения запрещает завершение транзакции"),
+                  QString());
+    QCOMPARE(PQtransactionStatus(connection.connection()), PQTRANS_IDLE);
+}
+
+void tst_Dorvy3Connection::refusalOnALostConnection_data()
+{
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<bool>("inTransaction");
+    QTest::addColumn<QString>("driverText");
+    QTest::newRow("begin") << QStringLiteral("begin") << true
+                           << QStringLiteral("Невозможно начать транзакцию");
+    QTest::newRow("commit") << QStringLiteral("commit") << false
+                            << QStringLiteral("Невозможно завершить транзакцию");
+    QTest::newRow("rollback") << QStringLiteral("rollback") << false
+                              << QStringLiteral("Невозможно отменить транзакцию");
+}
+
+// That the connection is gone comes to light when the answer to the close is taken in.
+void tst_Dorvy3Connection::refusalOnALostConnection()
+{
+    QFETCH(QString, operation);
+    QFETCH(bool, inTransaction);
+    QFETCH(QString, driverText);
+    const ConnectionPtr connection = connect();
+    if (inTransaction) {
+        VERIFY_NO_ERROR(connection->beginTransaction());
+    }
+    proxy->holdReplies(true);
+    QCOMPARE(PPQclose(connection->connection(), nullptr, "st"), 1);
+    proxy->cut();
+    COMPARE_ERROR(transactionCommand(*connection, operation), TransactionError, driverText,
+                  QStringLiteral("Отсутствует соединение с СУБД"), QString());
 }
 
 QTEST_GUILESS_MAIN(tst_Dorvy3Connection)

@@ -141,6 +141,42 @@ QList<PeerCall> peerCalls()
              "rows 1 2"}};
 }
 
+// A call behind a close, and the server's words for it up to its end.
+struct BehindClose
+{
+    const char *name;
+    std::function<PGresult *(PGconn *)> make;
+    QByteArray answer;
+    QByteArray expected;
+};
+
+QList<BehindClose> behindCloses()
+{
+    const QByteArray page = description() + dataRow({"1"}) + dataRow({"2"});
+    return {
+        {"exec", [](PGconn *conn) { return ppqExec(conn, "SELECT"); },
+         page + commandComplete("SELECT 2"), "rows 1 2 | SELECT 2"},
+        {"exec that fails", [](PGconn *conn) { return ppqExec(conn, "SELECT"); }, failure("no"),
+         ServersError},
+        {"prepare", [](PGconn *conn) { return ppqPrepare(conn, "st", "SELECT"); }, parseComplete(),
+         "done | "},
+        {"describe", [](PGconn *conn) { return ppqDescribePrepared(conn, "st"); },
+         parameterDescription({}) + noData(), "done | "},
+        {"execute",
+         [](PGconn *conn) { return ppqExecPrepared(conn, "st", 0, nullptr, nullptr, nullptr, 1); },
+         bindComplete() + noData() + commandComplete("INSERT 0 1"), "done | INSERT 0 1"},
+        {"first page",
+         [](PGconn *conn) {
+             return PPQexecPrepared(conn, 2, "st", "po", 0, nullptr, nullptr, nullptr, 1);
+         },
+         bindComplete() + page + portalSuspended(), "rows 1 2 | suspended"},
+        {"reopened",
+         [](PGconn *conn) {
+             return ppqExecReopened(conn, 2, "st", "po", 0, nullptr, nullptr, nullptr, 1);
+         },
+         closeComplete() + bindComplete() + page + portalSuspended(), "rows 1 2 | suspended"}};
+}
+
 } // namespace
 
 class tst_LibPpqPeer : public QObject, private PeerPages
@@ -160,6 +196,7 @@ private slots:
     void answersToAClose();
     void endsTooManyBehindAClose_data();
     void endsTooManyBehindAClose();
+    void endOfASyncComesWithTheAnswer();
     void answersToAPlainQuery_data();
     void answersToAPlainQuery();
 
@@ -171,6 +208,12 @@ private slots:
     void cutAnswers();
     void cutAnswersToACloseEndTheNextOperation();
     void closeThatIsNeverAnswered();
+    void bothAnswersAtOnce_data();
+    void bothAnswersAtOnce();
+    void bothAnswersCut_data();
+    void bothAnswersCut();
+    void largeCallOfANonblockingConnectionBehindAClose();
+    void errorOfACloseIsNotThatOfTheCallBehind();
     void wordsOfAServerThatGoes();
     void resetDuringALargeWrite();
     void resetDuringALongClose_data();
@@ -553,7 +596,6 @@ void tst_LibPpqPeer::answersToAClose()
     }
 }
 
-// libpq's own calls go without the extension, which must work behind whatever they leave.
 void tst_LibPpqPeer::endsTooManyBehindAClose_data()
 {
     QTest::addColumn<QByteArray>("answer");
@@ -580,6 +622,22 @@ void tst_LibPpqPeer::endsTooManyBehindAClose()
     checkConnection(true);
 }
 
+// libpq would throw away what stands behind the end of the call's answer.
+void tst_LibPpqPeer::endOfASyncComesWithTheAnswer()
+{
+    play(CloseBoth, [](PeerLink &link) {
+        link.readRequest();
+        link.send(closeComplete() + closeComplete() + ready() + ready());
+        link.readRequest();
+        link.send(description() + dataRow({"1"}) + commandComplete("SELECT 1") + ready() + ready());
+    });
+    QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+    QCOMPARE(textOf(ResultPtr(ppqExec(conn.get(), "SELECT 1")), conn.get()),
+             QByteArray("rows 1 | SELECT 1"));
+    checkConnection(true);
+}
+
+// libpq's own calls go without the extension, which must work behind whatever they leave.
 void tst_LibPpqPeer::answersToAPlainQuery_data()
 {
     QTest::addColumn<QByteArray>("reply");
@@ -758,6 +816,115 @@ void tst_LibPpqPeer::closeThatIsNeverAnswered()
     QVERIFY(!run());
     QCOMPARE(QByteArray(PQerrorMessage(conn.get())), QByteArray(HangUp));
     checkConnection(false);
+}
+
+void tst_LibPpqPeer::bothAnswersAtOnce_data()
+{
+    QTest::addColumn<int>("call");
+    QTest::addColumn<QByteArray>("closed");
+    QTest::addColumn<QByteArray>("between");
+    QTest::addColumn<int>("size");
+    const QByteArray done = closeComplete() + closeComplete();
+    const QByteArray told =
+        noticeResponse("n") + parameterStatus("a", "b") + notificationResponse(1, "c", "p");
+    for (int call = 0; call < behindCloses().size(); ++call) {
+        for (const int size : {1, 3, 100000}) {
+            const auto add = [&](const char *tag, const QByteArray &closed,
+                                 const QByteArray &between) {
+                const QByteArray name = QByteArray(behindCloses().at(call).name) + ", " + tag +
+                                        ' ' + QByteArray::number(size);
+                QTest::newRow(name.constData()) << call << closed << between << size;
+            };
+            add("closed", done, "");
+            add("told before", told + done, "");
+            add("told in between", done, told);
+            add("told in front of ready", done + told, "");
+            add("failed", failure("portal"), "");
+            add("failed and told", failure("portal") + told, told);
+        }
+    }
+}
+
+void tst_LibPpqPeer::bothAnswersAtOnce()
+{
+    QFETCH(int, call);
+    QFETCH(QByteArray, closed);
+    QFETCH(QByteArray, between);
+    QFETCH(int, size);
+    const BehindClose behind = behindCloses().at(call);
+    const QByteArray both = closed + ready() + between + behind.answer + ready();
+    peer.reset(new ScriptedPeer([=](PeerLink &link) {
+        link.setPatience(10);
+        link.greet();
+        link.readRequest();
+        link.readRequest();
+        link.sendInPieces(both, size);
+        if (closed.startsWith('E')) {
+            link.readRequest(); // the statement is closed again
+            link.send(closeComplete() + ready());
+        }
+        link.readRequest();
+        link.send(description() + dataRow({"alive"}) + commandComplete("SELECT 1") + ready());
+        link.awaitEnd();
+    }));
+    connectAnew();
+    QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+    QCOMPARE(textOf(ResultPtr(behind.make(conn.get())), conn.get()), behind.expected);
+    QCOMPARE(PQtransactionStatus(conn.get()), PQTRANS_IDLE);
+    QCOMPARE(ask("SELECT alive"), QByteArray("rows alive | SELECT 1"));
+}
+
+void tst_LibPpqPeer::bothAnswersCut_data()
+{
+    QTest::addColumn<int>("call");
+    for (int call = 0; call < behindCloses().size(); ++call) {
+        QTest::newRow(behindCloses().at(call).name) << call;
+    }
+}
+
+void tst_LibPpqPeer::bothAnswersCut()
+{
+    QFETCH(int, call);
+    const BehindClose behind = behindCloses().at(call);
+    const QByteArray both = closeComplete() + closeComplete() + ready() + behind.answer + ready();
+    peer.reset(new ScriptedPeer([=](PeerLink &link) {
+        link.setPatience(10);
+        link.greet();
+        link.readRequest();
+        link.readRequest();
+        link.send(both.left(link.number() - 1));
+        link.hangUp();
+    }));
+    for (int length = 0; length < both.size(); ++length) {
+        connectAnew();
+        QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+        const QByteArray text = textOf(ResultPtr(behind.make(conn.get())), conn.get());
+        QVERIFY2(text.startsWith("nothing | ") || text.startsWith("PGRES_FATAL_ERROR"),
+                 QByteArray::number(length) + text);
+        QVERIFY2(text.contains("server closed the connection"), QByteArray::number(length) + text);
+        QCOMPARE(PQstatus(conn.get()), CONNECTION_BAD);
+        QCOMPARE(ppqSettle(conn.get()), 0);
+    }
+}
+
+void tst_LibPpqPeer::largeCallOfANonblockingConnectionBehindAClose()
+{
+    play(QByteArray("never"), QByteArray());
+    QCOMPARE(PQsetnonblocking(conn.get(), 1), 0);
+    const QByteArray large = "SELECT " + QByteArray(MoreThanSocketsHold, 'x');
+    QCOMPARE(PPQclose(conn.get(), "po", "st"), 1);
+    const ResultPtr result(ppqExec(conn.get(), large.constData()));
+    QCOMPARE(PQresultStatus(result.get()), PGRES_TUPLES_OK);
+    checkConnection(true);
+}
+
+void tst_LibPpqPeer::errorOfACloseIsNotThatOfTheCallBehind()
+{
+    play("CS", failure("the portal cannot be closed") + ready());
+    QCOMPARE(PPQclose(conn.get(), "po", nullptr), 1);
+    QCOMPARE(PQflush(conn.get()), 0);
+    QCOMPARE(textOf(run(), conn.get()), QByteArray("rows 1 2 | suspended"));
+    QCOMPARE(QByteArray(PQerrorMessage(conn.get())), QByteArray());
 }
 
 void tst_LibPpqPeer::wordsOfAServerThatGoes()

@@ -11,6 +11,7 @@
 #include "tests/support/textlines.h"
 #include "tests/support/wireproxy.h"
 
+#include <QtCore/QThread>
 #include <QtTest/QtTest>
 
 #include <functional>
@@ -93,6 +94,14 @@ private slots:
     void closesNothingTwice();
     void copiesAreLeftAlone();
     void noConnection();
+    void copyBehindAClose_data();
+    void copyBehindAClose();
+    void errorHasItsPosition();
+    void lastWordsOfATerminatedServer_data();
+    void lastWordsOfATerminatedServer();
+    void lostBehindAClose_data();
+    void lostBehindAClose();
+    void resetAfterALossBehindAClose();
 
 private:
     void command(const char *sql) const;
@@ -250,6 +259,102 @@ void tst_LibPpqCall::noConnection()
         QVERIFY(!ResultPtr(ppqExecPrepared(none, "st", 0, nullptr, nullptr, nullptr, 0)));
         QVERIFY(!ResultPtr(ppqExecReopened(none, 1, "st", "po", 0, nullptr, nullptr, nullptr, 0)));
     }
+}
+
+void tst_LibPpqCall::copyBehindAClose_data()
+{
+    QTest::addColumn<QByteArray>("sql");
+    QTest::addColumn<int>("status");
+    QTest::newRow("out") << QByteArray("COPY (SELECT 1) TO STDOUT") << int(PGRES_COPY_OUT);
+    QTest::newRow("in") << QByteArray("COPY t FROM STDIN") << int(PGRES_COPY_IN);
+}
+
+void tst_LibPpqCall::copyBehindAClose()
+{
+    QFETCH(QByteArray, sql);
+    QFETCH(int, status);
+    command("CREATE TEMPORARY TABLE t (a int)");
+    QCOMPARE(PPQclose(conn.get(), nullptr, "closed"), 1);
+    const ResultPtr copy(ppqExec(conn.get(), sql.constData()));
+    QCOMPARE(int(PQresultStatus(copy.get())), status);
+    const ResultPtr next(ppqExec(conn.get(), "SELECT 'next'"));
+    QCOMPARE(inWords(next), QByteArray("PGRES_TUPLES_OK 1 next | SELECT 1"));
+}
+
+void tst_LibPpqCall::errorHasItsPosition()
+{
+    QCOMPARE(PPQclose(conn.get(), nullptr, "closed"), 1);
+    const ResultPtr behind(ppqExec(conn.get(), "SELECT nothing_of_this_name"));
+    const ResultPtr alone(PQexec(conn.get(), "SELECT nothing_of_this_name"));
+    QCOMPARE(inWords(behind), inWords(alone));
+}
+
+void tst_LibPpqCall::lastWordsOfATerminatedServer_data()
+{
+    QTest::addColumn<Call>("call");
+    QTest::newRow("libpq's own, for comparison")
+        << Call([](PGconn *lost, const PGresult *) { return PQexec(lost, "SELECT 'one'"); });
+    QTest::newRow("exec") << Call(exec);
+    QTest::newRow("prepare") << Call(prepare);
+    QTest::newRow("first page") << Call(firstPage);
+}
+
+// The reason stands in front of the end of the connection, whoever reads it first.
+void tst_LibPpqCall::lastWordsOfATerminatedServer()
+{
+    QFETCH(Call, call);
+    const RawConnectionPtr direct(PQconnectdb(cluster.conninfo().constData()));
+    cluster.terminate(PQbackendPID(direct.get()));
+    PPQclose(direct.get(), nullptr, "closed");
+    ResultPtr(call(direct.get(), nullptr));
+    const QByteArray said = PQerrorMessage(direct.get());
+    QVERIFY2(said.contains("terminating connection due to administrator command"), said);
+}
+
+void tst_LibPpqCall::lostBehindAClose_data()
+{
+    QTest::addColumn<Call>("call");
+    QTest::newRow("libpq's own, for comparison")
+        << Call([](PGconn *lost, const PGresult *) { return PQexec(lost, "SELECT 'one'"); });
+    QTest::newRow("exec") << Call(exec);
+    QTest::newRow("first page") << Call(firstPage);
+}
+
+// A lost connection has nothing outstanding, so that libpq begins each call with an empty message.
+void tst_LibPpqCall::lostBehindAClose()
+{
+    QFETCH(Call, call);
+    proxy->holdReplies(true);
+    QCOMPARE(PPQclose(conn.get(), nullptr, "closed"), 1);
+    std::thread end([&] {
+        QThread::msleep(200);
+        proxy->cut();
+    });
+    const ResultPtr result(call(conn.get(), nullptr));
+    end.join();
+    QCOMPARE(PQstatus(conn.get()), CONNECTION_BAD);
+    for (int i = 0; i < 2; ++i) {
+        QVERIFY(!ResultPtr(PQexec(conn.get(), "SELECT 1")));
+        QCOMPARE(QByteArray(PQerrorMessage(conn.get())),
+                 QByteArray("no connection to the server\n"));
+    }
+}
+
+void tst_LibPpqCall::resetAfterALossBehindAClose()
+{
+    proxy->holdReplies(true);
+    QCOMPARE(PPQclose(conn.get(), nullptr, "closed"), 1);
+    std::thread end([&] {
+        QThread::msleep(200);
+        proxy->cut();
+    });
+    QVERIFY(!ResultPtr(ppqExec(conn.get(), "SELECT 1")));
+    end.join();
+    proxy->holdReplies(false);
+    PQreset(conn.get());
+    QCOMPARE(PQstatus(conn.get()), CONNECTION_OK);
+    QCOMPARE(inWords(ResultPtr(exec(conn.get(), nullptr))),
+             QByteArray("PGRES_TUPLES_OK 1 one | SELECT 1"));
 }
 
 QTEST_GUILESS_MAIN(tst_LibPpqCall)
