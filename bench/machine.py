@@ -10,9 +10,9 @@ import subprocess
 
 from server import ROOT
 
-PACKAGES = ("postgresql-15", "libpq5", "libqt5sql5", "libqt5sql5-odbc", "odbc-postgresql",
-            "libodbc2", "libpqxx-6.4", "libpostgresql-jdbc-java", "openjdk-17-jre-headless",
-            "python3-psycopg2", "python3", "gcc")
+PACKAGES = ("libpq5", "libqt5sql5", "libqt5sql5-odbc", "odbc-postgresql",
+            "libodbc2", "libpqxx-6.4", "libpostgresql-jdbc-java", "python3-psycopg2", "python3",
+            "gcc")
 KIB_PER_GIB = 1024 * 1024
 
 
@@ -35,7 +35,10 @@ def machine():
     }
 
 
-def versions():
+def versions(server):
+    """What is measured on this server. It and Java need not be Debian's; they tell themselves."""
     listed = output("dpkg-query", "-W", "-f", "${Package} ${Version}\n", *PACKAGES)
-    commit = output("git", "-C", str(ROOT), "rev-parse", "--short", "HEAD")
-    return {"DORVY": commit, **dict(line.split() for line in listed.splitlines())}
+    return {"DORVY": output("git", "-C", str(ROOT), "describe", "--always", "--dirty"),
+            "PostgreSQL": server.version(),
+            "Java": output("java", "--version").splitlines()[0],
+            **dict(line.split() for line in listed.splitlines())}

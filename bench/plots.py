@@ -2,8 +2,6 @@
 # SPDX-License-Identifier: MIT
 """The plots, as SVG files that are the same for the same results."""
 
-import statistics
-
 import matplotlib
 
 matplotlib.use("svg")
@@ -17,7 +15,7 @@ matplotlib.rcParams.update({
 
 from matplotlib import pyplot  # noqa: E402, after the choice of what draws
 
-from results import peak_mib  # noqa: E402
+from results import peak_mib, rate  # noqa: E402
 
 # Okabe and Ito's colours, which everyone can tell apart.
 COLOURS = {"libpq": "#000000", "dorvy": "#d55e00", "odbc": "#999999", "libpqxx": "#56b4e9",
@@ -74,7 +72,7 @@ def draw_threads(results, path):
     figure, axes = panels(results)
     for placement, panel in zip(results.placements, axes.flat):
         lines(results, placement, panel, "W7",
-              lambda **wanted: statistics.median(results.rates(**wanted) or [None]))
+              lambda **wanted: results.median(rate, **wanted))
         panel.set_xscale("log", base=2)
         panel.set_xticks(results.variants("W7"), results.variants("W7"))
         panel.set(xlabel="threads", ylabel="executions per second")

@@ -6,7 +6,7 @@ import re
 import statistics
 
 import plots
-from results import cpu_microseconds, peak_mib
+from results import cpu_microseconds, peak_mib, rate
 from server import ROOT
 from workloads import FAMILIES
 
@@ -24,11 +24,19 @@ def number(value, form="{:.2f}"):
     return NOTHING if value is None else form.format(value)
 
 
-def spread(values):
+def spread(values, form="{:,.0f}"):
     """The median of the values, with the least and the largest."""
     if not values:
         return NOTHING
-    return f"{statistics.median(values):,.0f} ({min(values):,.0f} – {max(values):,.0f})"
+    return f"{form} ({form} – {form})".format(statistics.median(values), min(values), max(values))
+
+
+def rates(results, **wanted):
+    return spread(results.values(rate, **wanted))
+
+
+def peaks(results, **wanted):
+    return spread(results.values(peak_mib, **wanted), "{:,.1f}")
 
 
 def variant_name(workload, variant):
@@ -50,39 +58,53 @@ def measured(results):
     return sorted({(run["workload"], run["variant"]) for run in results.raw["runs"]})
 
 
-def workload_table(results, workload):
+def tables(make, results, *arguments):
+    """One table for each placement."""
+    return "\n\n".join(make(results, placement, *arguments) for placement in results.placements)
+
+
+def workload_table(results, placement, workload):
     """One line for each client; throughput, its ratio to libpq's, processor time, memory."""
-    clients = [client for client in results.clients
-               if results.select(workload=workload, client=client)]
-    header = ["", "operations"]
-    for placement in results.placements:
-        header += [f"{placement}: per second", "to libpq", "client CPU, µs each"]
-    return table(header + ["peak MiB"],
-                 [workload_line(results, workload, client) for client in clients])
+    wanted = {"workload": workload, "placement": placement}
+    return table(
+        [placement, "operations", "per second", "to libpq", "client CPU, µs each", "peak, MiB"],
+        [workload_line(results, client, wanted) for client in results.clients
+         if results.select(client=client, **wanted)])
 
 
-def workload_line(results, workload, client):
-    line = [client, f"{results.select(workload=workload, client=client)[0]['operations']:,}"]
-    for placement in results.placements:
-        wanted = {"workload": workload, "placement": placement}
-        line += [spread(results.rates(client=client, **wanted)),
-                 number(results.ratio(client, **wanted)),
-                 number(results.median(cpu_microseconds, client=client, **wanted))]
-    return line + [number(results.median(peak_mib, workload=workload, client=client), "{:,.1f}")]
+def workload_line(results, client, wanted):
+    return [client,
+            f"{results.select(client=client, **wanted)[0]['operations']:,}",
+            rates(results, client=client, **wanted),
+            number(results.ratio(client, **wanted)),
+            spread(results.values(cpu_microseconds, client=client, **wanted), "{:,.2f}"),
+            peaks(results, client=client, **wanted)]
 
 
-def family_table(results, workload, placement, cell):
+def family_table(results, placement, workload, cell):
     """One line for each client, one column for each member of the family."""
     variants = results.variants(workload)
     return table([placement, *(f"{variant:,}" for variant in variants)], [
-        [client, *(cell(workload=workload, variant=variant, client=client, placement=placement)
+        [client, *(cell(results, workload=workload, variant=variant, client=client,
+                        placement=placement)
                    for variant in variants)]
         for client in results.clients])
 
 
-def family_tables(results, workload, cell):
-    return "\n\n".join(family_table(results, workload, placement, cell)
-                       for placement in results.placements)
+def memory_spread(results, client):
+    """How far apart the peaks of a client are, over all sizes and rounds of one placement."""
+    peaks_of = [results.values(peak_mib, workload="W8", client=client, placement=placement)
+                for placement in results.placements]
+    return number(max((max(values) - min(values) for values in peaks_of if values), default=None))
+
+
+def counted_rounds(results):
+    rounds = results.rounds()
+    return f"{rounds} round" if rounds == 1 else f"{rounds} rounds"
+
+
+def share_of_work(scale):
+    return "the full work" if scale == 1 else f"{scale:g} of the full work"
 
 
 def facts(values):
@@ -95,14 +117,14 @@ def contents(results):
     load = ", ".join(f"{value:.2f}" for value in raw["load"])
     return {
         "ratios": ratios(results),
-        **{workload: workload_table(results, workload)
+        **{workload: tables(workload_table, results, workload)
            for workload, variant in measured(results) if not variant},
-        "W7": family_tables(results, "W7", lambda **wanted: spread(results.rates(**wanted))),
-        "W8": family_tables(results, "W8", lambda **wanted: spread(results.rates(**wanted))),
-        "W8-memory": family_tables(
-            results, "W8", lambda **wanted: number(results.median(peak_mib, **wanted), "{:,.1f}")),
-        "rounds": str(raw["rounds"]),
-        "scale": f"{raw['scale']:g}",
+        "W7": tables(family_table, results, "W7", rates),
+        "W8": tables(family_table, results, "W8", rates),
+        "W8-memory": tables(family_table, results, "W8", peaks),
+        "W8-spread": memory_spread(results, "dorvy"),
+        "rounds": counted_rounds(results),
+        "work": share_of_work(raw["scale"]),
         "machine": facts([*raw["machine"].items(), ("Load before the run", load)]),
         "versions": facts(raw["versions"].items()),
         "settings": facts(raw["settings"].items()),

@@ -5,7 +5,7 @@
 import statistics
 
 from clients import CLIENTS
-from workloads import cases
+from workloads import PLACEMENTS, ROUNDS, cases
 
 BASE = "libpq"  # what the others are compared with
 
@@ -28,25 +28,40 @@ class Results:
     def variants(self, workload):
         return ordered(run["variant"] for run in self.select(workload=workload))
 
-    def rates(self, **wanted):
-        """Operations per second, of every round."""
-        return [run["operations"] / run["seconds"] for run in self.select(**wanted)]
+    def values(self, measure, **wanted):
+        """What measure tells of each of the runs."""
+        return [measure(run) for run in self.select(**wanted)]
 
     def median(self, measure, **wanted):
-        """The median of what measure tells of each run; None where there is none."""
-        values = [measure(run) for run in self.select(**wanted)]
+        """The median of the values; None where there is none."""
+        values = self.values(measure, **wanted)
         return statistics.median(values) if values else None
 
     def ratio(self, client, **wanted):
         """Throughput in relation to plain libpq; None where one of both was not measured."""
-        own, base = self.rates(client=client, **wanted), self.rates(client=BASE, **wanted)
-        return statistics.median(own) / statistics.median(base) if own and base else None
+        own = self.median(rate, client=client, **wanted)
+        base = self.median(rate, client=BASE, **wanted)
+        return own / base if own and base else None
+
+    def rounds(self, **wanted):
+        """How many rounds were run, not how many were wanted."""
+        return len({run["round"] for run in self.select(**wanted)})
 
     def is_whole(self):
-        """Whether everything was measured, in full size."""
-        measured = {(run["workload"], run["variant"], run["client"]) for run in self.raw["runs"]}
-        return all((case.workload, case.variant, client) in measured
-                   for case in cases(1) for client in case.clients)
+        """Whether everything was measured, in full size and often enough."""
+        return self.raw["scale"] == 1 and all(
+            self.has_all_rounds(case, client, placement)
+            for case in cases(1) for client in case.clients for placement in PLACEMENTS)
+
+    def has_all_rounds(self, case, client, placement):
+        rounds = self.rounds(workload=case.workload, variant=case.variant, client=client,
+                             placement=placement)
+        return rounds >= min(ROUNDS, case.most_rounds)
+
+
+def rate(run):
+    """Operations per second."""
+    return run["operations"] / run["seconds"]
 
 
 def cpu_microseconds(run):

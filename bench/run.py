@@ -2,14 +2,14 @@
 # SPDX-License-Identifier: MIT
 """Runs the programs in turn and checks what each of them has read or written."""
 
+import contextlib
 import json
 import os
 import subprocess
 import sys
 
 from clients import CLIENTS, environment
-from server import Server
-from workloads import checksum_sql, inserted_sql, tables
+from workloads import PLACEMENTS, checksum_sql, inserted_sql, tables
 
 CLIENT_SECONDS = 600
 
@@ -22,25 +22,23 @@ def placements():
     """Where things run: the cores of each placement. One core is the last, as the first serves the
     machine's interrupts."""
     free = os.sched_getaffinity(0)
-    return {"one core": {max(free)}, "free": free}
+    return dict(zip(PLACEMENTS, ({max(free)}, free)))
 
 
 class Bench:
     """Runs cases on one server."""
 
-    def __init__(self, cases, clients, sizes):
-        self.cases, self.clients, self.sizes = cases, clients, sizes
+    def __init__(self, server, cases, clients, sizes):
+        self.server, self.cases, self.clients, self.sizes = server, cases, clients, sizes
 
     def measure(self, rounds, keep):
         """Gives the runs of each round to keep, one dictionary for each run."""
-        with Server() as self.server:
-            self.connection = self.server.connect()
+        with contextlib.closing(self.server.connect()) as self.connection:
             for statement in tables(self.sizes):
                 self.query(statement)
             self.expected = {case: self.checksum(checksum_sql(case)) for case in self.cases}
             for number in range(rounds):
                 keep(self.round(number))
-            self.connection.close()
 
     def query(self, sql):
         with self.connection.cursor() as cursor:

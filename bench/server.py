@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """The private PostgreSQL server that everything is measured on."""
 
+import contextlib
 import os
 import pathlib
 import socket
@@ -36,9 +37,9 @@ def free_port():
 
 
 def children(pid):
-    """The processes below one, itself included."""
+    """The processes that one has started; a backend starts none."""
     listed = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text(encoding="ascii")
-    return [pid] + [process for child in listed.split() for process in children(int(child))]
+    return [int(child) for child in listed.split()]
 
 
 class Server:
@@ -95,7 +96,14 @@ class Server:
         connection.autocommit = True
         return connection
 
+    def version(self):
+        with contextlib.closing(self.connect()) as connection, connection.cursor() as cursor:
+            cursor.execute("SHOW server_version")
+            return cursor.fetchone()[0]
+
     def pin(self, cores):
         """Keeps the server, and the backends that it will start, to these cores."""
+        os.sched_setaffinity(self.pid, cores)
         for pid in children(self.pid):
-            os.sched_setaffinity(pid, cores)
+            with contextlib.suppress(ProcessLookupError):  # it has ended since it was listed
+                os.sched_setaffinity(pid, cores)

@@ -17,12 +17,12 @@ CHECKSUMS = {
     "y": "octet_length({0}) + get_byte({0}, 0) + get_byte({0}, octet_length({0}) - 1)",
     "i": "{0}::int8",
     "f": "({0} * 4)::int8",
-    "t": "octet_length({0}::text) + ascii({0}::text)",
+    "t": "octet_length({0}::text) + ascii({0}::text) + ascii(right({0}::text, 1))",
     "n": "{0}::int8",
     "d": "{0} - date '2000-01-01'",
     "m": "(extract(epoch FROM {0}) * 1000)::int8",
-    "s": "(extract(epoch FROM {0}::time) * 1000)::int8",
-    "z": "(extract(epoch FROM ({0} AT TIME ZONE 'UTC')::time) * 1000)::int8",
+    "s": "(extract(epoch FROM {0} - timestamp '2000-01-01') * 1000)::int8",
+    "z": "(extract(epoch FROM {0} - timestamptz '2000-01-01 00:00Z') * 1000)::int8",
     "u": "('x' || left({0}::text, 8))::bit(32)::int8",
     "j": "octet_length({0}::text)",
 }
@@ -57,6 +57,8 @@ SIZE_ROWS = 10_000  # what the walks of growing size repeat
 ALL = ("libpq", "dorvy", "odbc", "libpqxx", "pgjdbc", "psycopg2")
 FAMILIES = {"W7": "threads", "W8": "rows"}  # workloads with members, and what tells them apart
 THREADS = (1, 2, 4, 8, 16)
+PLACEMENTS = ("one core", "free")
+ROUNDS = 7  # of a whole run
 SIZE_ROUNDS = 3
 
 

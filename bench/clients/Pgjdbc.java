@@ -26,16 +26,16 @@ import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import java.util.concurrent.Future;
 import java.util.concurrent.atomic.AtomicInteger;
-import org.postgresql.PGStatement;
 
 final class Pgjdbc {
     private static final long NULL = 7; // what a null adds to the checksum
     private static final int INSERT_VALUES = 1000;
-    private static final long WARM_OPERATIONS = 20_000; // of all threads
+    private static final long WARM_OPERATIONS = 20_000; // of all threads; or one walk
     private static final long WARM_NANOSECONDS = 1_000_000_000;
     private static final double NANOSECONDS = 1e9;
     private static final double TICKS = 100; // of a second, in /proc
-    private static final LocalDate DAY_2000 = LocalDate.of(2000, 1, 1);
+    private static final long MSEC_PER_DAY = 86_400_000;
+    private static final long DAY_2000 = LocalDate.of(2000, 1, 1).toEpochDay();
 
     private final String operation;
     private final String url;
@@ -45,6 +45,7 @@ final class Pgjdbc {
     private final long keys;
     private final int threads;
     private final int pageRows;
+    private final long warmOperations;
 
     private final CyclicBarrier gate;
     private final AtomicInteger notDone;
@@ -78,7 +79,9 @@ final class Pgjdbc {
 
     private Pgjdbc(String[] arguments) {
         operation = arguments[0];
-        url = String.format("jdbc:postgresql://%s:%s/%s?user=%s&prepareThreshold=1",
+        // Without a cache, which would keep statements prepared that the program has closed.
+        url = String.format("jdbc:postgresql://%s:%s/%s?user=%s&prepareThreshold=1"
+                + "&preparedStatementCacheQueries=0",
                 arguments[1], arguments[2], arguments[4], arguments[3]);
         sql = arguments[5];
         kinds = arguments[6];
@@ -86,6 +89,8 @@ final class Pgjdbc {
         keys = Long.parseLong(arguments[8]);
         threads = Integer.parseInt(arguments[9]);
         pageRows = Integer.parseInt(arguments[10]);
+        warmOperations =
+                operation.equals("walk") ? Math.min(WARM_OPERATIONS, count) : WARM_OPERATIONS;
         gate = new CyclicBarrier(threads, () -> start = new Moment());
         notDone = new AtomicInteger(threads);
     }
@@ -105,11 +110,21 @@ final class Pgjdbc {
     }
 
     private static long text(String value) {
-        return value == null ? NULL : value.length() + value.charAt(0);
+        return value == null
+                ? NULL
+                : value.length() + value.charAt(0) + value.charAt(value.length() - 1);
     }
 
     private static long msecOfDay(LocalTime time) {
         return time.getLong(ChronoField.MILLI_OF_DAY);
+    }
+
+    private static long daysSince2000(LocalDate date) {
+        return date.toEpochDay() - DAY_2000;
+    }
+
+    private static long msecSince2000(LocalDateTime moment) {
+        return daysSince2000(moment.toLocalDate()) * MSEC_PER_DAY + msecOfDay(moment.toLocalTime());
     }
 
     private static long value(char kind, ResultSet rows, int column) throws SQLException {
@@ -139,16 +154,16 @@ final class Pgjdbc {
                 return decimal == null ? NULL : decimal.longValue();
             case 'd':
                 LocalDate date = rows.getObject(column, LocalDate.class);
-                return date == null ? NULL : date.toEpochDay() - DAY_2000.toEpochDay();
+                return date == null ? NULL : daysSince2000(date);
             case 'm':
                 LocalTime time = rows.getObject(column, LocalTime.class);
                 return time == null ? NULL : msecOfDay(time);
             case 's':
                 LocalDateTime moment = rows.getObject(column, LocalDateTime.class);
-                return moment == null ? NULL : msecOfDay(moment.toLocalTime());
+                return moment == null ? NULL : msecSince2000(moment);
             case 'z':
                 OffsetDateTime zoned = rows.getObject(column, OffsetDateTime.class);
-                return zoned == null ? NULL : msecOfDay(zoned.toLocalTime());
+                return zoned == null ? NULL : msecSince2000(zoned.toLocalDateTime());
             case 'u':
                 UUID uuid = rows.getObject(column, UUID.class);
                 return uuid == null ? NULL : uuid.getMostSignificantBits() >>> 32;
@@ -181,7 +196,7 @@ final class Pgjdbc {
     }
 
     private boolean isWarm(Work work, long since) {
-        return work.operations >= WARM_OPERATIONS / threads
+        return work.operations >= warmOperations / threads
                 && System.nanoTime() - since >= WARM_NANOSECONDS;
     }
 
@@ -282,8 +297,6 @@ final class Pgjdbc {
                 for (long i = first; i < end; ++i) {
                     String text = sql.replace("#", Long.toString(i));
                     try (PreparedStatement statement = connection.prepareStatement(text)) {
-                        // Run once only: left without a name, so that nothing has to be dropped.
-                        statement.unwrap(PGStatement.class).setPrepareThreshold(0);
                         walkRows(statement, 0, work);
                     }
                 }

@@ -15,7 +15,6 @@ enum { Binary = 1, InsertColumns = 4, NumericHeaderBytes = 8, NumericBase = 1000
 
 static const int64_t UsecPerSec = 1000000;
 static const int64_t UsecPerMsec = 1000;
-static const int64_t UsecPerDay = INT64_C(86400000000);
 static const int64_t InsertFrom = INT64_C(631152000000000); // 2020-01-01 in microseconds since 2000
 
 static PGconn *hlpConnect(const struct BenchRun *run)
@@ -109,9 +108,10 @@ static int64_t hlpNumeric(const char *bytes)
     return isNegative ? -value : value;
 }
 
-static int64_t hlpMsecOfDay(const char *bytes)
+// Since midnight, or since 2000.
+static int64_t hlpMsec(const char *bytes)
 {
-    return (int64_t)hlpRead64(bytes) % UsecPerDay / UsecPerMsec;
+    return (int64_t)hlpRead64(bytes) / UsecPerMsec;
 }
 
 static int64_t hlpValue(char kind, const char *bytes, int length)
@@ -120,13 +120,12 @@ static int64_t hlpValue(char kind, const char *bytes, int length)
     case 'b':
         return bytes[0] ? 2 : 1;
     case 'y':
+    case 't':
         return length + (unsigned char)bytes[0] + (unsigned char)bytes[length - 1];
     case 'i':
         return hlpInteger(bytes, length);
     case 'f':
         return (int64_t)(hlpFloat(bytes, length) * 4);
-    case 't':
-        return length + bytes[0];
     case 'n':
         return hlpNumeric(bytes);
     case 'd':
@@ -134,7 +133,7 @@ static int64_t hlpValue(char kind, const char *bytes, int length)
     case 'm':
     case 's':
     case 'z':
-        return hlpMsecOfDay(bytes);
+        return hlpMsec(bytes);
     case 'u':
         return hlpRead32(bytes);
     case 'j':

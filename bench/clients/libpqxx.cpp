@@ -14,7 +14,8 @@
 namespace {
 
 constexpr int HexDigitsOfUuid = 8;
-constexpr int TimeInTimestamp = 11;    // behind "2020-01-01 "
+constexpr int TimeInTimestamp = 11; // behind "2020-01-01 "
+constexpr int64_t MsecPerDay = 86400000;
 constexpr int64_t DaysTo2000 = 730425; // from the 1 March of the year 0
 
 int hlpNumber(const char *digits, int count)
@@ -43,6 +44,11 @@ int64_t hlpDays(const char *date)
     return INT64_C(365) * year + year / 4 - year / 100 + year / 400 + dayOfYear - DaysTo2000;
 }
 
+int64_t hlpMsecSince2000(const char *timestamp)
+{
+    return hlpDays(timestamp) * MsecPerDay + hlpMsecOfDay(timestamp + TimeInTimestamp);
+}
+
 int64_t hlpBytes(const pqxx::field &field)
 {
     const pqxx::binarystring bytes(field);
@@ -51,7 +57,7 @@ int64_t hlpBytes(const pqxx::field &field)
 
 int64_t hlpText(const std::string &text)
 {
-    return static_cast<int64_t>(text.size()) + text.front();
+    return static_cast<int64_t>(text.size()) + text.front() + text.back();
 }
 
 int64_t hlpUuid(const std::string &uuid)
@@ -79,7 +85,7 @@ int64_t hlpValue(char kind, const pqxx::field &field)
         return hlpMsecOfDay(field.c_str());
     case 's':
     case 'z':
-        return hlpMsecOfDay(field.c_str() + TimeInTimestamp);
+        return hlpMsecSince2000(field.c_str());
     case 'u':
         return hlpUuid(field.as<std::string>());
     case 'j':
