@@ -148,19 +148,32 @@ bool ppqTakeRows(PGconn *conn);
 
 /* ---- ppqmessage.c: the messages ---- */
 
+/* What a Bind says; the parameters are described at PPQexecPrepared (libppq.h). */
+typedef struct PpqBinding
+{
+    const char *stmtName;
+    const char *portalName;
+    int nParams;
+    const char *const *paramValues;
+    const int *paramLengths;
+    const int *paramFormats;
+    int resultFormat;
+} PpqBinding;
+
+static inline bool ppqIsBinary(const PpqBinding *binding, int parameter)
+{
+    return binding->paramFormats != NULL && binding->paramFormats[parameter] != 0;
+}
+
 /* What the messages need in the send buffer, in bytes. */
-size_t ppqBindBytes(const char *stmtName, const char *portalName, int nParams,
-                    const char *const *paramValues, const int *paramLengths,
-                    const int *paramFormats);
+size_t ppqBindBytes(const PpqBinding *binding);
 size_t ppqNameBytes(const char *name);
 
 /* Makes room, so that the puts below can fail only with the connection. */
 bool ppqReserve(PGconn *conn, size_t bytes);
 
 /* Each puts one whole message into the send buffer; false with the connection's error set. */
-bool ppqPutBind(PGconn *conn, const char *stmtName, const char *portalName, int nParams,
-                const char *const *paramValues, const int *paramLengths, const int *paramFormats,
-                int resultFormat);
+bool ppqPutBind(PGconn *conn, const PpqBinding *binding);
 bool ppqPutDescribePortal(PGconn *conn, const char *portalName);
 bool ppqPutExecute(PGconn *conn, const char *portalName, int maxRows);
 bool ppqPutClose(PGconn *conn, char kind, const char *name);

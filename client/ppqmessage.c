@@ -8,17 +8,11 @@
  */
 #include "ppq_p.h"
 
-static bool ppqIsBinary(const int *paramFormats, int i)
+static size_t ppqValueBytes(const PpqBinding *binding, int i)
 {
-    return paramFormats != NULL && paramFormats[i] != 0;
-}
-
-static size_t ppqValueBytes(const char *const *paramValues, const int *paramLengths,
-                            const int *paramFormats, int i)
-{
-    if (ppqIsBinary(paramFormats, i))
-        return (size_t)paramLengths[i];
-    return strlen(paramValues[i]);
+    if (ppqIsBinary(binding, i))
+        return (size_t)binding->paramLengths[i];
+    return strlen(binding->paramValues[i]);
 }
 
 /* A message that holds one name: header, kind byte, the name with its terminator, four bytes. */
@@ -27,17 +21,15 @@ size_t ppqNameBytes(const char *name)
     return PPQ_HEADER_BYTES + 1 + strlen(name) + 1 + 4;
 }
 
-size_t ppqBindBytes(const char *stmtName, const char *portalName, int nParams,
-                    const char *const *paramValues, const int *paramLengths,
-                    const int *paramFormats)
+size_t ppqBindBytes(const PpqBinding *binding)
 {
     /* two counts, the result format's count and the format itself, two bytes each */
-    size_t bytes = ppqNameBytes(stmtName) + ppqNameBytes(portalName) + 8;
+    size_t bytes = ppqNameBytes(binding->stmtName) + ppqNameBytes(binding->portalName) + 8;
 
-    for (int i = 0; i < nParams; i++) {
+    for (int i = 0; i < binding->nParams; i++) {
         bytes += 2 + 4;
-        if (paramValues[i] != NULL)
-            bytes += ppqValueBytes(paramValues, paramLengths, paramFormats, i);
+        if (binding->paramValues[i] != NULL)
+            bytes += ppqValueBytes(binding, i);
     }
     return bytes;
 }
@@ -52,44 +44,40 @@ bool ppqReserve(PGconn *conn, size_t bytes)
  * of them, and the one thing left that can fail is the write of a full buffer in the last.
  */
 
-static int ppqPutParameter(PGconn *conn, const char *const *paramValues, const int *paramLengths,
-                           const int *paramFormats, int i)
+static int ppqPutParameter(PGconn *conn, const PpqBinding *binding, int i)
 {
     size_t bytes;
     int failed;
 
-    if (paramValues[i] == NULL)
+    if (binding->paramValues[i] == NULL)
         return pqPutInt(-1, 4, conn);
-    bytes = ppqValueBytes(paramValues, paramLengths, paramFormats, i);
+    bytes = ppqValueBytes(binding, i);
     failed = pqPutInt((int)bytes, 4, conn);
-    failed |= pqPutnchar(paramValues[i], bytes, conn);
+    failed |= pqPutnchar(binding->paramValues[i], bytes, conn);
     return failed;
 }
 
-static int ppqPutParameters(PGconn *conn, int nParams, const char *const *paramValues,
-                            const int *paramLengths, const int *paramFormats)
+static int ppqPutParameters(PGconn *conn, const PpqBinding *binding)
 {
-    int failed = pqPutInt(nParams, 2, conn);
+    int failed = pqPutInt(binding->nParams, 2, conn);
 
-    for (int i = 0; i < nParams; i++)
-        failed |= pqPutInt(ppqIsBinary(paramFormats, i) ? 1 : 0, 2, conn);
-    failed |= pqPutInt(nParams, 2, conn);
-    for (int i = 0; i < nParams; i++)
-        failed |= ppqPutParameter(conn, paramValues, paramLengths, paramFormats, i);
+    for (int i = 0; i < binding->nParams; i++)
+        failed |= pqPutInt(ppqIsBinary(binding, i) ? 1 : 0, 2, conn);
+    failed |= pqPutInt(binding->nParams, 2, conn);
+    for (int i = 0; i < binding->nParams; i++)
+        failed |= ppqPutParameter(conn, binding, i);
     return failed;
 }
 
-bool ppqPutBind(PGconn *conn, const char *stmtName, const char *portalName, int nParams,
-                const char *const *paramValues, const int *paramLengths, const int *paramFormats,
-                int resultFormat)
+bool ppqPutBind(PGconn *conn, const PpqBinding *binding)
 {
     int failed = pqPutMsgStart('B', conn);
 
-    failed |= pqPuts(portalName, conn);
-    failed |= pqPuts(stmtName, conn);
-    failed |= ppqPutParameters(conn, nParams, paramValues, paramLengths, paramFormats);
+    failed |= pqPuts(binding->portalName, conn);
+    failed |= pqPuts(binding->stmtName, conn);
+    failed |= ppqPutParameters(conn, binding);
     failed |= pqPutInt(1, 2, conn);
-    failed |= pqPutInt(resultFormat, 2, conn);
+    failed |= pqPutInt(binding->resultFormat, 2, conn);
     failed |= pqPutMsgEnd(conn);
     return failed == 0;
 }

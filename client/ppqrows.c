@@ -23,21 +23,26 @@ static bool ppqIsBuilding(const PGconn *conn)
            !conn->singleRowMode && conn->Pfdebug == NULL;
 }
 
-/* The end of the run of whole DataRow messages that stand next, and their number. */
+/*
+ * The end of the run of whole DataRow messages that stand next, and their number.  One that is too
+ * short for its values' lengths ends it: what is reserved for the values is then no more than some
+ * times what the server has sent.
+ */
 static int ppqRunEnd(const PGconn *conn, int *rows)
 {
+    const int least = PPQ_HEADER_BYTES + 2 + PPQ_LENGTH_BYTES * conn->result->numAttributes;
     int at = conn->inStart;
     int end;
 
     *rows = 0;
-    while ((end = ppqMessageEnd(conn, at)) >= 0 && conn->inBuffer[at] == 'D') {
+    while ((end = ppqMessageEnd(conn, at)) >= at + least && conn->inBuffer[at] == 'D') {
         at = end;
         (*rows)++;
     }
     return at;
 }
 
-/* Makes room for so many more rows, twice as many at a time as libpq does. */
+/* Makes room for so many more rows, as libpq does for one. */
 static bool ppqReserveRows(PGresult *result, int rows)
 {
     int wanted = result->tupArrSize > 0 ? result->tupArrSize : 128;
@@ -128,7 +133,7 @@ bool ppqTakeRows(PGconn *conn)
         return false;
     bytes = (size_t)(ppqRunEnd(conn, &rows) - conn->inStart);
     valueBytes = (size_t)rows * (size_t)result->numAttributes * sizeof(PGresAttValue);
-    if (!ppqReserveRows(result, rows))
+    if (rows == 0 || !ppqReserveRows(result, rows))
         return false;
     block = pqResultAlloc(result, valueBytes + bytes + 1, true);
     if (block == NULL)

@@ -15,6 +15,7 @@
 #include <QtSql/QSqlError>
 
 #include <new>
+#include <type_traits>
 
 using namespace Dorvy3Texts;
 
@@ -65,26 +66,11 @@ DorvyResultPrivate::~DorvyResultPrivate()
 QString DorvyResultPrivate::fieldSerial(int i) const
 {
     // Qt asks for it whenever a value is bound; the first ones take no memory.
-    switch (i) {
-    case 0:
-        return QStringLiteral("$1");
-    case 1:
-        return QStringLiteral("$2");
-    case 2:
-        return QStringLiteral("$3");
-    case 3:
-        return QStringLiteral("$4");
-    case 4:
-        return QStringLiteral("$5");
-    case 5:
-        return QStringLiteral("$6");
-    case 6:
-        return QStringLiteral("$7");
-    case 7:
-        return QStringLiteral("$8");
-    default:
-        return QLatin1Char('$') + QString::number(i + 1);
-    }
+    static const QString first[] = {
+        QStringLiteral("$1"), QStringLiteral("$2"), QStringLiteral("$3"), QStringLiteral("$4"),
+        QStringLiteral("$5"), QStringLiteral("$6"), QStringLiteral("$7"), QStringLiteral("$8")};
+    constexpr int count = std::extent<decltype(first)>::value;
+    return i >= 0 && i < count ? first[i] : QLatin1Char('$') + QString::number(i + 1);
 }
 
 void DorvyResultPrivate::describe(const Dorvy3Statement &statement)

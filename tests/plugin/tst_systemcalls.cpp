@@ -66,6 +66,7 @@ void tst_SystemCalls::page_data()
     QTest::addColumn<int>("characters"); // of a row, which has 11 bytes besides
     QTest::addColumn<int>("reads");
     QTest::newRow("2 KiB") << 5 << 1;
+    QTest::newRow("8.6 KB, more than the server sends at a time") << 56 << 2;
     // The server sends 8 KiB at a time, and libpq has room for 16: the fewest are 4.
     QTest::newRow("60 KiB") << 469 << 8;
 }
