@@ -81,8 +81,7 @@ void tst_FaultsTerminated::strike(const Fault &fault, int connection)
     } else if (fault.moment == Held) {
         proxy->onLine(fault.line, end);
     } else {
-        const QString ready = QString("%1< ReadyForQuery").arg(connection);
-        proxy->onLine(fault.line, [this, ready, end] { proxy->onLine(ready, end); });
+        proxy->onAnswer(fault.line, end);
     }
 }
 

@@ -12,7 +12,9 @@
 #include <QtCore/QElapsedTimer>
 #include <QtTest/QtTest>
 
+#include <atomic>
 #include <memory>
+#include <thread>
 
 namespace {
 
@@ -39,6 +41,7 @@ private slots:
     void lateAnswerIsNotOvertaken();
     void lastWordsAreLate();
     void answerToACloseStandsBehindIt();
+    void answerIsThatToTheMessage();
 
 private:
     RawConnectionPtr connect() const
@@ -140,7 +143,9 @@ void tst_WireProxy::answerToACloseStandsBehindIt()
     proxy->clear();
     proxy->delayReplies(DelayMsec);
     QCOMPARE(PPQclose(first.get(), "po", "st"), 1);
+    QVERIFY(proxy->waitForLine(QStringLiteral("1> Sync"))); // or the other may be read first
     QCOMPARE(PPQclose(second.get(), nullptr, "st"), 1);
+    QVERIFY(proxy->waitForLine(QStringLiteral("2> Sync")));
     QCOMPARE(value(ResultPtr(ppqExec(first.get(), "SELECT 'a'"))), QByteArray("a"));
     QCOMPARE(value(ResultPtr(ppqExec(second.get(), "SELECT 'b'"))), QByteArray("b"));
     QCOMPARE(proxy->conversation(), lines({"1> Close P \"po\"",
@@ -163,6 +168,32 @@ void tst_WireProxy::answerToACloseStandsBehindIt()
                                            "2< DataRow x1",
                                            "2< CommandComplete \"SELECT 1\"",
                                            "2< ReadyForQuery I"}));
+}
+
+// The query is sent before the close in front of it is answered.
+void tst_WireProxy::answerIsThatToTheMessage()
+{
+    const QString query = QStringLiteral("1> Query \"SELECT 1\"");
+    const QString done = QStringLiteral("1< CommandComplete \"SELECT 1\"");
+    const RawConnectionPtr connection = connect();
+    std::atomic<bool> called{false};
+    std::atomic<bool> isDone{false};
+    proxy->clear();
+    proxy->onAnswer(query, [&] {
+        called = true;
+        isDone = proxy->conversation().contains(done);
+    });
+    proxy->holdRequests(true);
+    QCOMPARE(PPQclose(connection.get(), nullptr, "st"), 1);
+    std::thread release([&] {
+        proxy->waitForLine(query);
+        proxy->holdRequests(false);
+    });
+    const ResultPtr result(ppqExec(connection.get(), "SELECT 1"));
+    release.join();
+    QCOMPARE(value(result), QByteArray("1"));
+    QVERIFY(called);
+    QVERIFY(isDone);
 }
 
 QTEST_GUILESS_MAIN(tst_WireProxy)

@@ -255,6 +255,24 @@ void WireProxy::onLine(const QString &start, const std::function<void()> &action
     hlpHook(start, [action](Link & /*link*/) { action(); });
 }
 
+void WireProxy::onAnswer(const QString &start, const std::function<void()> &action)
+{
+    hlpHook(start,
+            [this, action](Link &link) { hlpHookReady(link.number, link.unanswered, action); });
+}
+
+// Behind the ends of so many earlier answers.
+void WireProxy::hlpHookReady(int connection, int earlier, const std::function<void()> &action)
+{
+    hlpHook(QStringLiteral("%1< ReadyForQuery").arg(connection), [=](Link & /*link*/) {
+        if (earlier > 0) {
+            hlpHookReady(connection, earlier - 1, action);
+        } else {
+            action();
+        }
+    });
+}
+
 void WireProxy::cutReply(const QString &start, int bytes)
 {
     hlpHook(start, [bytes](Link &link) {

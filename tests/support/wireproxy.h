@@ -76,9 +76,15 @@ public:
         "2> Execute"; the driver's names count from this call on. That is on the proxy's thread and
         before the message is passed on: nothing flows as long as \a action runs. What the server
         has said by the end of it goes along with a message of the server's. Takes the place of an
-        earlier onLine() or cutReply() that has not found its message.
+        earlier one, onAnswer() or cutReply() that has not found its message.
     */
     void onLine(const QString &start, const std::function<void()> &action);
+
+    /*!
+        Calls \a action as onLine() does, when the end of the answer comes to the message that
+        \a start finds: answers to earlier messages may come before.
+    */
+    void onAnswer(const QString &start, const std::function<void()> &action);
 
     /*!
         Of the reply to the message that \a start finds as for onLine(), passes on \a bytes and
@@ -137,6 +143,7 @@ private:
     void hlpRecord(Link &link, bool fromClient);
     void hlpRecordMessage(Link &link, const WireMessage &message);
     void hlpHook(const QString &start, const std::function<void(Link &)> &call);
+    void hlpHookReady(int connection, int earlier, const std::function<void()> &action);
     Hook hlpTakeHook(const WireMessage &message);
     bool hlpRecordStartup(Link &link);
     void hlpTakeDue(Link &link);
