@@ -76,7 +76,7 @@ def workload_line(results, client, wanted):
     return [client,
             f"{results.select(client=client, **wanted)[0]['operations']:,}",
             rates(results, client=client, **wanted),
-            number(results.ratio(client, **wanted)),
+            spread(results.ratios(client, **wanted), "{:.2f}"),
             spread(results.values(cpu_microseconds, client=client, **wanted), "{:,.2f}"),
             peaks(results, client=client, **wanted)]
 

@@ -37,11 +37,20 @@ class Results:
         values = self.values(measure, **wanted)
         return statistics.median(values) if values else None
 
+    def by_round(self, measure, **wanted):
+        """What measure tells of the one run of each round."""
+        return {run["round"]: measure(run) for run in self.select(**wanted)}
+
+    def ratios(self, client, **wanted):
+        """Throughput in relation to plain libpq's in the same round, for each that has both."""
+        own = self.by_round(rate, client=client, **wanted)
+        base = self.by_round(rate, client=BASE, **wanted)
+        return [own[one] / base[one] for one in own if one in base]
+
     def ratio(self, client, **wanted):
-        """Throughput in relation to plain libpq; None where one of both was not measured."""
-        own = self.median(rate, client=client, **wanted)
-        base = self.median(rate, client=BASE, **wanted)
-        return own / base if own and base else None
+        """The median of the ratios; None where there is none."""
+        ratios = self.ratios(client, **wanted)
+        return statistics.median(ratios) if ratios else None
 
     def rounds(self, **wanted):
         """How many rounds were run, not how many were wanted."""
