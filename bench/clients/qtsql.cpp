@@ -271,6 +271,11 @@ int main(int argc, char **argv)
         benchFail(argv[0], "usage: DRIVER OPERATION ...");
     }
     driver = argv[1];
+    // Also the first use of Qt's list of drivers, for which it registers a clean-up: two threads at
+    // once register it twice, and the end of the application then never comes.
+    if (!QSqlDatabase::isDriverAvailable(QString::fromLatin1(driver))) {
+        benchFail(driver, "no such driver");
+    }
     const std::array<BenchOperation, 5> operations = {
         {{"walk", hlpConnected<decltype(&hlpWalk), hlpWalk>},
          {"point", hlpConnected<decltype(&hlpPoint), hlpPoint>},
