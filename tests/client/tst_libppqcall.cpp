@@ -106,6 +106,7 @@ private slots:
 private:
     void command(const char *sql) const;
     ResultPtr open();
+    void loseBehindAClose(const Call &call) const;
 
     PgCluster cluster;
     std::unique_ptr<WireProxy> proxy;
@@ -139,6 +140,20 @@ ResultPtr tst_LibPpqCall::open()
     command("PREPARE closed AS SELECT 1");
     return ResultPtr(
         PPQexecPrepared(conn.get(), 2, "kept", "keptportal", 0, nullptr, nullptr, nullptr, 0));
+}
+
+// Makes the call behind a close that is never answered, and ends the connection meanwhile.
+void tst_LibPpqCall::loseBehindAClose(const Call &call) const
+{
+    proxy->holdReplies(true);
+    QCOMPARE(PPQclose(conn.get(), nullptr, "closed"), 1);
+    std::thread end([this] {
+        QThread::msleep(200);
+        proxy->cut();
+    });
+    const ResultPtr result(call(conn.get(), nullptr));
+    end.join();
+    QVERIFY(PQresultStatus(result.get()) == PGRES_FATAL_ERROR); // no result is one, too
 }
 
 void tst_LibPpqCall::goesOutBehindAClose_data()
@@ -324,14 +339,7 @@ void tst_LibPpqCall::lostBehindAClose_data()
 void tst_LibPpqCall::lostBehindAClose()
 {
     QFETCH(Call, call);
-    proxy->holdReplies(true);
-    QCOMPARE(PPQclose(conn.get(), nullptr, "closed"), 1);
-    std::thread end([&] {
-        QThread::msleep(200);
-        proxy->cut();
-    });
-    const ResultPtr result(call(conn.get(), nullptr));
-    end.join();
+    loseBehindAClose(call);
     QCOMPARE(PQstatus(conn.get()), CONNECTION_BAD);
     for (int i = 0; i < 2; ++i) {
         QVERIFY(!ResultPtr(PQexec(conn.get(), "SELECT 1")));
@@ -342,14 +350,7 @@ void tst_LibPpqCall::lostBehindAClose()
 
 void tst_LibPpqCall::resetAfterALossBehindAClose()
 {
-    proxy->holdReplies(true);
-    QCOMPARE(PPQclose(conn.get(), nullptr, "closed"), 1);
-    std::thread end([&] {
-        QThread::msleep(200);
-        proxy->cut();
-    });
-    QVERIFY(!ResultPtr(ppqExec(conn.get(), "SELECT 1")));
-    end.join();
+    loseBehindAClose(exec);
     proxy->holdReplies(false);
     PQreset(conn.get());
     QCOMPARE(PQstatus(conn.get()), CONNECTION_OK);

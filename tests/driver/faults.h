@@ -13,7 +13,8 @@
 #include <QtCore/QtEndian>
 
 // What libpq says of a connection that ended. Its own calls answer with their last result, which has
-// this alone; the portal operations have the server's last words in front of it.
+// this alone; the portal operations, and what goes out behind a close, have the server's last words
+// in front of it.
 constexpr char Closed[] = "server closed the connection unexpectedly\n"
                           "\tThis probably means the server terminated abnormally\n"
                           "\tbefore or while processing the request.\n";
