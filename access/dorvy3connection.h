@@ -99,7 +99,11 @@ public:
         rollback without a transaction is a silent success.
     */
     QSqlError beginTransaction();
+
+    /*! Sends COMMIT; see beginTransaction(). */
     QSqlError commitTransaction();
+
+    /*! Sends ROLLBACK; see beginTransaction(). */
     QSqlError rollbackTransaction();
 
 private:

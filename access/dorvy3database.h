@@ -28,6 +28,7 @@ class QSqlField;
 class Dorvy3Database
 {
 public:
+    /*! A closed handle that is to borrow from \a pool. */
     explicit Dorvy3Database(const QSharedPointer<Dorvy3Transacted> &pool);
     ~Dorvy3Database();
 
@@ -54,9 +55,13 @@ public:
     */
     void close();
 
-    /*! The own connection's transaction commands; see Dorvy3Connection. */
+    /*! Begins a transaction on the own connection; see Dorvy3Connection. */
     QSqlError beginTransaction();
+
+    /*! Commits the own connection's transaction; see Dorvy3Connection. */
     QSqlError commitTransaction();
+
+    /*! Rolls the own connection's transaction back; see Dorvy3Connection. */
     QSqlError rollbackTransaction();
 
     /*! Counts a statement in. */

@@ -40,8 +40,8 @@ public:
         return ppqHasSameColumns(result, other.result);
     }
 
-    PGresult *result;
-    QSharedPointer<Dorvy3Connection> connection;
+    PGresult *result;                            //!< cleared when the owner goes
+    QSharedPointer<Dorvy3Connection> connection; //!< that it came from, kept alive
 
 private:
     Q_DISABLE_COPY(Dorvy3Result)

@@ -55,8 +55,10 @@ public:
     /*! Whether \a page has the columns that the server has described for the statement. */
     bool isDescribing(const Dorvy3Result &page) const;
 
-    /*! The server-side names; the statement's is the portal's without its leading "p". */
+    /*! The statement's name on the server: the portal's without its leading "p". */
     const char *statementname() const;
+
+    /*! The portal's name on the server. */
     const char *portalname() const;
 
     /*!

@@ -1,7 +1,9 @@
 /*
  * SPDX-FileCopyrightText: 2026 the DORVY driver developers
  * SPDX-License-Identifier: MIT
- *
+ */
+/*!
+ * \file
  * The client extension's face: a prepared statement is run through a named portal and read in
  * pages.
  *
@@ -24,20 +26,20 @@
 extern "C" {
 #endif
 
-/*
- * PPQexecPrepared
- *     Bind a prepared statement to a named portal and run it for its first rows.
+/*!
+ * Bind a prepared statement to a named portal and run it for its first rows.
  *
- * maxRows       most rows in this page, at least 1
- * stmtName      the prepared statement
- * portalName    the portal to open; it must not be open on the server
- * nParams       number of parameters, 0 to 65535
- * paramValues   a value each, NULL for SQL NULL; may be NULL when nParams is 0
- * paramLengths  bytes of each binary value; ignored for text and for NULL
- * paramFormats  0 text, 1 binary each; NULL means all text
- * resultFormat  0 text, 1 binary, for all columns
+ * \param conn          the connection
+ * \param maxRows       most rows in this page, at least 1
+ * \param stmtName      the prepared statement
+ * \param portalName    the portal to open; it must not be open on the server
+ * \param nParams       number of parameters, 0 to 65535
+ * \param paramValues   a value each, NULL for SQL NULL; may be NULL when nParams is 0
+ * \param paramLengths  bytes of each binary value; ignored for text and for NULL
+ * \param paramFormats  0 text, 1 binary each; NULL means all text
+ * \param resultFormat  0 text, 1 binary, for all columns
  *
- * Returns a result to free with PQclear.  PGRES_TUPLES_OK: a page with its column description;
+ * \return a result to free with PQclear.  PGRES_TUPLES_OK: a page with its column description;
  * its command tag (PQcmdStatus) is empty when the portal was suspended after maxRows rows and
  * is still open, and set when the statement ran to its end.  PGRES_COMMAND_OK: a statement
  * without columns, run to its end.  An error status: the server's message.  NULL: misuse, no
@@ -52,14 +54,15 @@ PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const
                           int nParams, const char *const *paramValues, const int *paramLengths,
                           const int *paramFormats, int resultFormat);
 
-/*
- * PPQfetch
- *     Run an open portal for its next rows.
+/*!
+ * Run an open portal for its next rows.
  *
- * maxRows   most rows in this page, at least 1
- * previous  the page before; lends its column description and stays the caller's
+ * \param conn          the connection
+ * \param maxRows       most rows in this page, at least 1
+ * \param portalName    the portal
+ * \param previous      the page before; lends its column description and stays the caller's
  *
- * Returns a result to free with PQclear: PGRES_TUPLES_OK (no rows: the portal is exhausted) or
+ * \return a result to free with PQclear: PGRES_TUPLES_OK (no rows: the portal is exhausted) or
  * an error status with the server's message.  NULL: misuse, no memory, or a connection that is
  * lost or answers without one whole result; PQerrorMessage says which.
  *
@@ -70,12 +73,12 @@ PGresult *PPQexecPrepared(PGconn *conn, int maxRows, const char *stmtName, const
  */
 PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGresult *previous);
 
-/*
- * PPQclose
- *     Close a portal, a prepared statement, or both.
+/*!
+ * Close a portal, a prepared statement, or both.
  *
- * portalName  the portal, closed first; NULL for none
- * stmtName    the prepared statement; NULL for none
+ * \param conn          the connection
+ * \param portalName    the portal, closed first; NULL for none
+ * \param stmtName      the prepared statement; NULL for none
  *
  * A name that the server does not know is not an error.  The call does not wait for the server's
  * answer: whatever comes next on the connection takes it in, as it would any unfetched result,
@@ -88,7 +91,7 @@ PGresult *PPQfetch(PGconn *conn, int maxRows, const char *portalName, const PGre
  * The close of a portal alone stays in the send buffer, for the run that binds the portal again
  * to take it along; any other call on the connection, PQflush included, sends it.
  *
- * Returns 1 when the messages were queued or there was nothing to close, 0 when the connection
+ * \return 1 when the messages were queued or there was nothing to close, 0 when the connection
  * cannot take them (PQerrorMessage says why).
  *
  * Source: PostgreSQL protocol 3.0, message flow, Extended Query (Close).

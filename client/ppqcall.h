@@ -1,7 +1,9 @@
 /*
  * SPDX-FileCopyrightText: 2026 the DORVY driver developers
  * SPDX-License-Identifier: MIT
- *
+ */
+/*!
+ * \file
  * Calls for a connection on which a PPQclose may be outstanding: they go out behind it, and both
  * answers take one wait.
  */
@@ -14,43 +16,44 @@
 extern "C" {
 #endif
 
-/*
- * ppqExec, ppqPrepare, ppqDescribePrepared, ppqExecPrepared
- *     PQexec, PQprepare (without parameter types) and so on, which would wait for the answer to the
- *     close before they send anything.
+/*!
+ * PQexec, which would wait for the answer to the close before it sends anything.
  *
  * If closing a portal failed, the close of its statement was ignored with it, and is sent again
  * behind the call, unless that has begun a copy.
  */
 PGresult *ppqExec(PGconn *conn, const char *sql);
+
+/*! PQprepare without parameter types; else as ppqExec(). */
 PGresult *ppqPrepare(PGconn *conn, const char *stmtName, const char *sql);
+
+/*! PQdescribePrepared; else as ppqExec(). */
 PGresult *ppqDescribePrepared(PGconn *conn, const char *stmtName);
+
+/*! PQexecPrepared; else as ppqExec(). */
 PGresult *ppqExecPrepared(PGconn *conn, const char *stmtName, int nParams,
                           const char *const *paramValues, const int *paramLengths,
                           const int *paramFormats, int resultFormat);
 
-/*
- * ppqExecReopened
- *     PPQclose of the portal and PPQexecPrepared, in one cycle: the portal of an earlier run may be
- *     open still.
+/*!
+ * PPQclose of the portal and PPQexecPrepared, in one cycle: the portal of an earlier run may be
+ * open still.
  */
 PGresult *ppqExecReopened(PGconn *conn, int maxRows, const char *stmtName, const char *portalName,
                           int nParams, const char *const *paramValues, const int *paramLengths,
                           const int *paramFormats, int resultFormat);
 
-/*
- * ppqTransactionStatus
- *     PQtransactionStatus; while a close is outstanding, the state before it in place of
- *     PQTRANS_ACTIVE.
+/*!
+ * PQtransactionStatus; while a close is outstanding, the state before it in place of
+ * PQTRANS_ACTIVE.
  *
  * A close can turn a transaction into a failed one, and does nothing else to it.
  */
 PGTransactionStatusType ppqTransactionStatus(const PGconn *conn);
 
-/*
- * ppqIsReady
- *     Whether the connection can take a call: it stands, and is not in a COPY BOTH, which no call
- *     can end, so that it ends the connection.
+/*!
+ * Whether the connection can take a call: it stands, and is not in a COPY BOTH, which no call
+ * can end, so that it ends the connection.
  */
 int ppqIsReady(PGconn *conn);
 

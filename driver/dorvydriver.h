@@ -33,8 +33,13 @@ public:
     /*! Whether the database handle's own connection is there; never the flag that Qt keeps. */
     bool isOpen() const override;
 
+    /*! BEGIN on the driver's own connection; refused where a transaction is open. */
     bool beginTransaction() override;
+
+    /*! COMMIT on the driver's own connection; refused outside of a transaction and in a failed one. */
     bool commitTransaction() override;
+
+    /*! ROLLBACK on the driver's own connection; without a transaction a silent success. */
     bool rollbackTransaction() override;
 
     /*!
@@ -72,8 +77,14 @@ public:
 
     /*! Always invalid: no native handle is exposed. */
     QVariant handle() const override;
+
+    /*! What the driver announces to Qt, EventNotifications among it, though subscribing fails. */
     bool hasFeature(DriverFeature feature) const override;
+
+    /*! Closes the database handle, with both of its connections. */
     void close() override;
+
+    /*! A result that the caller owns, with the driver's database handle under it. */
     QSqlResult *createResult() const override;
 
     /*!
@@ -91,6 +102,8 @@ public:
         statement and its page up, as QSqlQuery::finish does for one.
     */
     bool unsubscribeFromNotification(const QString &name) override;
+
+    /*! Always empty: no notification is delivered. */
     QStringList subscribedToNotifications() const override;
 
 private:

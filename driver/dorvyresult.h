@@ -25,6 +25,7 @@ class DorvyResult : public QSqlResult
     Q_DECLARE_PRIVATE(DorvyResult)
 
 public:
+    /*! A result of \a driver, which knows of it as long as both live. */
     explicit DorvyResult(const DorvyDriver *driver);
     ~DorvyResult() override;
 
@@ -33,11 +34,15 @@ public:
 
 protected:
     /*!
-        Each prepares or runs, or both, and moves no position. False on failure, which the last
-        error tells of; a success clears it. Every "?" outside quotes is a parameter.
+        Prepares \a query and runs it without values. False on failure, which the last error tells
+        of; a success clears it. Every "?" outside quotes is a parameter. Moves no position.
     */
     bool reset(const QString &query) override;
+
+    /*! Prepares \a query for exec(); else as reset(). */
     bool prepare(const QString &query) override;
+
+    /*! Runs what prepare() has prepared, with the values bound; else as reset(). */
     bool exec() override;
 
     /*! The columns of the last run that had any; prepare() alone describes none. */
@@ -48,15 +53,23 @@ protected:
         or a QString cannot hold it.
     */
     QVariant data(int column) override;
+
+    /*! Whether the value at the current row is NULL; true beyond its columns, false without a page. */
     bool isNull(int column) override;
 
     /*! The next row, reading the next page only when the one held is used up. */
     bool fetchNext() override;
 
-    /*! These move within the page held and send nothing. */
+    /*! Moves to row \a row of the page held, counted from 0, and sends nothing. */
     bool fetch(int row) override;
+
+    /*! Moves to the row before, within the page held, and sends nothing. */
     bool fetchPrevious() override;
+
+    /*! Moves to the first row of the page held and sends nothing. */
     bool fetchFirst() override;
+
+    /*! Moves to the last row of the page held and sends nothing. */
     bool fetchLast() override;
 
     /*! Rows of the page held; -1 without a page. */

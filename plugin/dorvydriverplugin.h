@@ -20,6 +20,7 @@ class DORVYDriverPlugin : public QSqlDriverPlugin
     Q_PLUGIN_METADATA(IID "org.qt-project.Qt.QSqlDriverFactoryInterface" FILE "dorvy.json")
 
 public:
+    /*! Makes the pool, and tells Qt's log that the plugin is loaded. */
     explicit DORVYDriverPlugin(QObject *parent = nullptr);
     ~DORVYDriverPlugin() override;
 
