@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What an application has to know of the second connection, on which everything with columns runs.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 
 class tst_BehaviourBorrowed : public QObject, private Behaviour

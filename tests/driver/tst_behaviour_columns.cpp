@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What an application has to know of the values it reads.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 #include "tests/support/localzone.h"
 

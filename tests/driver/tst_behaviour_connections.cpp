@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What an application has to know of its server connections: how many, spares, lost ones.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 
 #include <csignal>

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What an application has to know of the texts it sends, of encodings and names, and of the end.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 
 class tst_BehaviourTexts : public QObject, private Behaviour

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // How often the driver waits for the server: statements that are closed, and what comes next.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/exchanges.h"
 
 namespace {

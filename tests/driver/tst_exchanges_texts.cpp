@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // How often the driver waits for the server: new texts, transactions, connections.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/exchanges.h"
 
 namespace {

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // A connection that breaks at any byte of a reply.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/faults.h"
 
 #include <algorithm>

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What the driver says when the server refuses for want of places, time, room or rights.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 #include "tests/support/libpqowners.h"
 #include "tests/support/namespaces.h"

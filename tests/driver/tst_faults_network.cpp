@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What the driver says when the network loses packets, and when the server is there and silent.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 #include "tests/support/privatenetwork.h"
 #include "tests/support/wireproxy.h"

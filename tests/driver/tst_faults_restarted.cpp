@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // A server that stops under an application at work, and comes back.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/faults.h"
 #include "tests/support/testaccess.h"
 

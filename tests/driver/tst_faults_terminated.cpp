@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // A backend that the administrator ends, at every exchange of a query's road.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/faults.h"
 #include "tests/support/libpqowners.h"
 #include "tests/support/testaccess.h"

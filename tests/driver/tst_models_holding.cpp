@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // What a query model of Qt's holds on the server, and how its tables are written beside it.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/editableitems.h"
 #include "tests/driver/models.h"
 

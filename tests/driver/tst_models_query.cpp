@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // Qt's query model on this driver, as an application uses it.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/allrows.h"
 #include "tests/driver/models.h"
 

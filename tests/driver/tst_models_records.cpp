@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // Records, statements made from them, and steps within a query, as an application uses them.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/models.h"
 
 #include <QtSql/QSqlDriver>

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // Qt's table models on this driver, as an application tries them.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/models.h"
 
 #include <QtSql/QSqlField>

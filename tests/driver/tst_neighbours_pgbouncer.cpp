@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // Through PgBouncer with session pooling: each of the driver's connections has one of the server's.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 
 #include <QtCore/QDir>

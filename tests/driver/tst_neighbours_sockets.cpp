@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // The ways to one server: Unix sockets in the file system and without a file, IPv4 and IPv6.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 
 #include <netinet/in.h>

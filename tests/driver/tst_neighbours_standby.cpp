@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 //
 // A server and its hot standby: several hosts in one connection, and a promotion.
-#undef QT_NO_CAST_FROM_ASCII // an application's program does not set it either
 #include "tests/driver/behaviour.h"
 #include "tests/support/sqlmacros.h"
 
