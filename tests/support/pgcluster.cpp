@@ -52,6 +52,17 @@ QString hlpBinDir()
     return chosen.isEmpty() ? QStringLiteral(DORVY_PG_BINDIR) : QString::fromLocal8Bit(chosen);
 }
 
+// A process that has ended is kept as a zombie until its parent, here the keeper, asks for it.
+bool hlpIsAlive(int process)
+{
+    QFile status(QStringLiteral("/proc/%1/stat").arg(process));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    const QByteArray line = status.readAll(); // "PID (NAME) STATE ...", NAME may have any character
+    return line.mid(line.lastIndexOf(')') + 2, 1) != "Z";
+}
+
 bool hlpWrite(const QString &path, const QByteArray &bytes, QIODevice::OpenMode mode)
 {
     QFile file(path);
@@ -144,17 +155,13 @@ bool PgCluster::hlpConfigure(const QStringList &settings) const
 }
 
 // Waits until the server that was just started answers; false when it has given up.
-bool PgCluster::hlpAwait(int logLines) const
+bool PgCluster::hlpAwait(int server) const
 {
     QElapsedTimer timer;
     timer.start();
-    while (timer.elapsed() < StartMsec) {
+    while (timer.elapsed() < StartMsec && hlpIsAlive(server)) {
         if (PQping(conninfo().constData()) == PQPING_OK) {
             return true;
-        }
-        const QStringList news = log().mid(logLines);
-        if (news.join(QLatin1Char('\n')).contains(QStringLiteral("could not create any TCP/IP"))) {
-            return false;
         }
         QThread::msleep(PollMsec);
     }
@@ -229,9 +236,8 @@ void PgCluster::promote()
 
 bool PgCluster::restart()
 {
-    const int logLines = log().size();
-    hlpAsk(QStringLiteral("start %1").arg(serverPort));
-    return hlpAwait(logLines) ||
+    const QString started = hlpAsk(QStringLiteral("start %1").arg(serverPort));
+    return hlpAwait(started.section(QLatin1Char(' '), 1).toInt()) ||
            hlpFail(QStringLiteral("the server does not start: ") + log().join(QLatin1Char('\n')));
 }
 

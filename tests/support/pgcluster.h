@@ -103,7 +103,7 @@ private:
     QString hlpAsk(const QString &command);
     bool hlpConfigure(const QStringList &settings) const;
     bool hlpFollow(const PgCluster &primary) const;
-    bool hlpAwait(int logLines) const;
+    bool hlpAwait(int server) const;
     bool hlpStartServer();
 
     QProcess keeper;
