@@ -55,6 +55,8 @@ constexpr Error BeginLost{QSqlError::TransactionError, "Ошибка при по
                           Closed, ""};
 constexpr Error CommitLost{QSqlError::TransactionError, "Ошибка при попытке завершить транзакцию",
                            Closed, ""};
+constexpr Error CommitEnded{QSqlError::TransactionError, "Ошибка при попытке завершить транзакцию",
+                            EndedAndClosed, ""};
 constexpr Error RollbackLost{QSqlError::TransactionError, "Ошибка при попытке отменить транзакцию",
                              Closed, ""};
 constexpr Error NoError{QSqlError::NoError, "", "", ""};

@@ -256,8 +256,11 @@ void tst_FaultsCut::borrowedReply()
     const int length = hlpLength(answer);
     cluster.run("TRUNCATE t");
     for (int at = 0; at < length; ++at) {
-        QVERIFY_SQL(db, reopen());
-        const int borrowed = proxy->connectionCount() + 1;
+        proxy->clear();
+        // The connection on which the round before has read anew is free again.
+        const bool pooled = readsAnew && at > 0;
+        QVERIFY_SQL(db, pooled || reopen());
+        const int borrowed = proxy->connectionCount() + (pooled ? 0 : 1);
         const QString request = QString("%1%2").arg(borrowed).arg(reply.request);
         Application app(db);
         const QString failed =

@@ -4,6 +4,8 @@
 // ScriptedPeer: a server that sends whatever bytes a test wants, whenever it wants.
 #include "tests/support/scriptedpeer.h"
 
+#include "tests/support/wiremessage.h"
+
 #include <QtCore/QMutexLocker>
 #include <QtCore/QtEndian>
 
@@ -17,9 +19,6 @@
 #include <cerrno>
 
 namespace {
-
-constexpr quint32 SslRequest = 80877103;
-constexpr quint32 GssRequest = 80877104;
 
 quint32 hlpWord(const QByteArray &bytes)
 {
@@ -116,7 +115,7 @@ void PeerLink::sendInPieces(const QByteArray &bytes, int size)
 bool PeerLink::greet()
 {
     startupBody = readUntyped();
-    while (hlpWord(startupBody) == SslRequest || hlpWord(startupBody) == GssRequest) {
+    while (isEncryptionRequest(hlpWord(startupBody))) {
         send("N");
         startupBody = readUntyped();
     }

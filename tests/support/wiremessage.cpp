@@ -88,6 +88,13 @@ QString hlpTypes(BodyReader reader)
 
 } // namespace
 
+bool isEncryptionRequest(quint32 code)
+{
+    constexpr quint32 SslRequest = 80877103;
+    constexpr quint32 GssRequest = 80877104;
+    return code == SslRequest || code == GssRequest;
+}
+
 QString WireWords::line(const WireMessage &message)
 {
     return QStringLiteral("%1%2 %3").arg(

@@ -19,6 +19,12 @@ struct WireMessage
 };
 
 /*!
+    Whether a client's first message, of which \a code is the first word, asks for TLS or GSS in front
+    of the startup message: "PostgreSQL frontend/backend protocol 3.0, Message Formats" has the words.
+*/
+bool isEncryptionRequest(quint32 code);
+
+/*!
     Puts messages into words, one line each, such as
 
         1> Parse S1 "SELECT 1"

@@ -24,8 +24,6 @@ namespace {
 
 constexpr int StepMsec = 5;
 constexpr qint64 NsecPerMsec = 1000000;
-constexpr quint32 SslRequest = 80877103; // PostgreSQL protocol 3.0, message formats
-constexpr quint32 GssRequest = 80877104;
 
 int hlpListen(const QString &host, int &port)
 {
@@ -420,7 +418,7 @@ bool WireProxy::hlpRecordStartup(Link &link)
         }
         const QByteArray message = requests.partial.left(static_cast<int>(length));
         requests.partial.remove(0, message.size());
-        if (code == SslRequest || code == GssRequest) {
+        if (isEncryptionRequest(code)) {
             link.replies.waiting.append('N');
             continue;
         }
