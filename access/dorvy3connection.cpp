@@ -20,7 +20,8 @@ using namespace Dorvy3Texts;
 
 namespace {
 
-// From UTF-8 Qt converts faster without a codec in between, and to the same texts; see tst_encodings.
+// From UTF-8 Qt converts faster without a codec in between, and to the same texts: see
+// tst_dorvy3connection_utf8.
 // To UTF-8 it does not: half a surrogate pair becomes a question mark.
 bool hlpIsUtf8(const QTextCodec *codec)
 {
