@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: 2026 the DORVY driver developers
 // SPDX-License-Identifier: MIT
 //
-// Through PgBouncer with session pooling: each of the driver's connections has one of the server's.
+// Through PgBouncer with session pooling: each of the driver's connections has one of the server's. And
+// with transaction pooling, which takes the statements from under a connection.
 #include "tests/driver/behaviour.h"
 
 #include <QtCore/QDir>
@@ -40,6 +41,8 @@ private slots:
     void serverConnectionThatDies();
     void poolOfOneConnectionHasNoneForReads();
     void optionsThatPgbouncerDoesNotKnow();
+    void transactionPoolingLosesStatements();
+    void transactionPoolingLosesSettings();
 
 private:
     bool startBouncer();
@@ -56,6 +59,8 @@ bool tst_NeighboursPgbouncer::startBouncer()
     const QString ini = QString("[databases]\n"
                                 "postgres = host=%1 port=%2\n"
                                 "narrow = host=%1 port=%2 dbname=postgres pool_size=1\n"
+                                "transact = host=%1 port=%2 dbname=postgres "
+                                "pool_mode=transaction\n"
                                 "[pgbouncer]\n"
                                 "pool_mode = session\n"
                                 "unix_socket_dir = %3\n"
@@ -255,6 +260,40 @@ void tst_NeighboursPgbouncer::optionsThatPgbouncerDoesNotKnow()
     QVERIFY2(db.lastError().driverText().contains("FATAL:  unsupported startup parameter"),
              qPrintable(db.lastError().driverText()));
     QCOMPARE(db.lastError().databaseText(), QString("Ошибка при установке соединения с СУБД"));
+}
+
+// A statement is prepared on one of the server's connections and runs on another.
+void tst_NeighboursPgbouncer::transactionPoolingLosesStatements()
+{
+    db.close();
+    db.setDatabaseName("transact");
+    QTRY_VERIFY(db.isOpen() || db.open());
+    QSqlDatabase other = through("other", "transact");
+    QVERIFY(other.open());
+    QSqlQuery insert(db);
+    QVERIFY(insert.prepare("INSERT INTO t VALUES (301)"));
+    QVERIFY(insert.exec());       // as long as nobody else is there
+    QVERIFY(other.transaction()); // takes the connection that has the statement
+    QVERIFY(!insert.exec());
+    QVERIFY2(insert.lastError().driverText().contains("does not exist"),
+             qPrintable(insert.lastError().driverText()));
+    QVERIFY(other.commit());
+}
+
+void tst_NeighboursPgbouncer::transactionPoolingLosesSettings()
+{
+    db.close();
+    db.setDatabaseName("transact");
+    QTRY_VERIFY(db.isOpen() || db.open());
+    QSqlDatabase other = through("other", "transact");
+    QVERIFY(other.open());
+    QSqlQuery setting(db); // its close would still keep the server's connection busy
+    QVERIFY(setting.exec("SET statement_timeout = '7s'"));
+    QVERIFY(other.transaction()); // takes the connection that was used last
+    QVERIFY(QSqlQuery(other).exec("CREATE TABLE seen AS "
+                                  "SELECT current_setting('statement_timeout') AS a"));
+    QVERIFY(other.commit());
+    QCOMPARE(cluster.value("SELECT a FROM seen"), QString("7s"));
 }
 
 QTEST_GUILESS_MAIN(tst_NeighboursPgbouncer)

@@ -25,6 +25,8 @@ private slots:
     void standbyIsRead();
     void standbyTakesNoWrites();
     void onlyAStandby();
+    void standbyOfTheList_data();
+    void standbyOfTheList();
     void promotion(); // the last, as the server is gone after it
 
 private:
@@ -130,6 +132,31 @@ void tst_NeighboursStandby::onlyAStandby()
                       .arg(standby.port())
                       .toUtf8(),
                   "Ошибка при установке соединения с СУБД");
+}
+
+void tst_NeighboursStandby::standbyOfTheList_data()
+{
+    QTest::addColumn<QString>("attributes");
+    QTest::addColumn<bool>("standbyFirst");
+    QTest::newRow("standby, first in the list") << "standby" << true;
+    QTest::newRow("standby, last in the list") << "standby" << false;
+    QTest::newRow("preferred, last in the list") << "prefer-standby" << false;
+}
+
+// For both connections: what writes is refused, and what reads is read there.
+void tst_NeighboursStandby::standbyOfTheList()
+{
+    QFETCH(QString, attributes);
+    QFETCH(bool, standbyFirst);
+    const PgCluster &first = standbyFirst ? standby : cluster;
+    const PgCluster &last = standbyFirst ? cluster : standby;
+    QVERIFY(openWith(first.socketDir() + ',' + last.socketDir(), -1,
+                     QString("port=%1,%2;target_session_attrs=%3")
+                         .arg(first.port())
+                         .arg(last.port())
+                         .arg(attributes)));
+    QTRY_COMPARE(portRead(), QString::number(standby.port()));
+    QVERIFY(!QSqlQuery(db).exec("CREATE TABLE more (a int)"));
 }
 
 void tst_NeighboursStandby::promotion()

@@ -8,6 +8,8 @@
 //     host driver KEY                       prints the class of the driver that KEY gets, or "none"
 //     host thread PLUGIN HOST PORT OPTIONS  uses the plugin on a thread and unloads it before the
 //                                           thread ends
+//     host threads HOST PORT THREADS        uses the plugin on so many threads at once, each with a
+//                                           database of its own
 //     host walk HOST PORT ROWS              walks over ROWS rows; prints the peak of its memory,
 //                                           KiB
 //     host texts HOST PORT ROWS SIZE        walks over ROWS texts of SIZE characters
@@ -20,8 +22,10 @@
 #include <QtSql/QSqlError>
 #include <QtSql/QSqlQuery>
 
+#include <atomic>
 #include <cstdio>
 #include <thread>
+#include <vector>
 
 #ifdef HOST_LIBPQ
 #include <libpq-fe.h>
@@ -135,6 +139,41 @@ bool thread(const QStringList &arguments)
     return good;
 }
 
+bool useByName(const QString &name, const QStringList &arguments)
+{
+    bool worked = false;
+    {
+        QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("DORVY"), name);
+        worked =
+            open(database, arguments.at(0), arguments.at(1), QString()) && readAndWrite(database);
+    }
+    QSqlDatabase::removeDatabase(name);
+    return worked;
+}
+
+bool threads(const QStringList &arguments)
+{
+    // Also the first use of Qt's list of drivers, for which it registers a clean-up: two threads at
+    // once may register it twice, and the end of the application then never comes.
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("DORVY"))) {
+        return false;
+    }
+    const int count = arguments.at(2).toInt();
+    std::atomic<int> waiting(count);
+    std::atomic<int> good(0);
+    std::vector<std::thread> workers;
+    for (int i = 0; i < count; ++i) {
+        workers.emplace_back([&, i] {
+            for (--waiting; waiting > 0;) {} // so that all begin at once
+            good += useByName(QString::number(i), arguments);
+        });
+    }
+    for (std::thread &worker : workers) {
+        worker.join();
+    }
+    return good == count;
+}
+
 qint64 peakKib()
 {
     QFile status(QStringLiteral("/proc/self/status"));
@@ -197,10 +236,11 @@ int main(int argc, char *argv[])
     const QCoreApplication application(argc, argv);
     QStringList arguments = application.arguments().mid(1);
     const QString mode = arguments.takeFirst();
-    const bool good = mode == QStringLiteral("query")    ? query(arguments)
-                      : mode == QStringLiteral("driver") ? driver(arguments)
-                      : mode == QStringLiteral("thread") ? thread(arguments)
-                      : mode == QStringLiteral("texts")  ? texts(arguments)
-                                                         : walk(arguments);
+    const bool good = mode == QStringLiteral("query")     ? query(arguments)
+                      : mode == QStringLiteral("driver")  ? driver(arguments)
+                      : mode == QStringLiteral("thread")  ? thread(arguments)
+                      : mode == QStringLiteral("texts")   ? texts(arguments)
+                      : mode == QStringLiteral("threads") ? threads(arguments)
+                                                          : walk(arguments);
     return good ? 0 : 1;
 }
