@@ -68,6 +68,10 @@ endfunction()
 dorvy_require_major(libpq "${DORVY_LIBPQ_INCLUDE}")
 dorvy_require_major("the PostgreSQL server headers" "${DORVY_PG_SERVER_INCLUDE}")
 
+# The archive's version, as 15.3: it comes with the public header.
+file(STRINGS "${DORVY_LIBPQ_INCLUDE}/pg_config.h" dorvy_pg_version REGEX "#define PG_VERSION ")
+string(REGEX REPLACE ".*\"([0-9.]+).*" "\\1" DORVY_LIBPQ_VERSION "${dorvy_pg_version}")
+
 find_package(OpenSSL REQUIRED)
 find_library(DORVY_GSSAPI_LIBRARY gssapi_krb5 REQUIRED)
 find_library(DORVY_LDAP_LIBRARY ldap REQUIRED)

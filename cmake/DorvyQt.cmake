@@ -37,8 +37,10 @@ endfunction()
 
 dorvy_qt_location(QT_INSTALL_PREFIX DORVY_QT_PREFIX)
 dorvy_qt_location(QT_INSTALL_PLUGINS dorvy_qt_plugins)
-# Relative, so that "cmake --install --prefix DIR" moves it.
+dorvy_qt_location(QT_HOST_DATA dorvy_qt_data)
+# Relative, so that "cmake --install --prefix DIR" moves them.
 file(RELATIVE_PATH DORVY_PLUGIN_DIR "${DORVY_QT_PREFIX}" "${dorvy_qt_plugins}")
+file(RELATIVE_PATH DORVY_FEATURE_DIR "${DORVY_QT_PREFIX}" "${dorvy_qt_data}/mkspecs/features")
 if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
     set(CMAKE_INSTALL_PREFIX "${DORVY_QT_PREFIX}" CACHE PATH "Install prefix: Qt's own" FORCE)
 endif()
