@@ -4,24 +4,13 @@
 // From the encoding names that a server reports to Qt's text codecs.
 #include "access/dorvy3codec_p.h"
 
-#include <QtCore/QByteArray>
-#include <QtCore/QString>
-#include <QtCore/QTextCodec>
+#include "access/dorvy3encoding_p.h"
 
 namespace {
 
 QTextCodec *hlpCodec(const char *encoding, QTextCodec *fallback)
 {
-    if (QTextCodec *codec = QTextCodec::codecForName(encoding)) {
-        return codec;
-    }
-    QString name = QString::fromLatin1(encoding).toUpper();
-    const QString windows = QStringLiteral("WIN");
-    if (!name.startsWith(windows)) {
-        return fallback;
-    }
-    QTextCodec *codec =
-        QTextCodec::codecForName(name.replace(windows, QStringLiteral("CP")).toLatin1());
+    QTextCodec *codec = hlpFindCodec(encoding);
     return codec ? codec : fallback;
 }
 

@@ -17,10 +17,7 @@ struct Dorvy3Codecs
 
 /*!
     The codecs for the encodings that \a connection reports. An encoding whose name Qt does not know
-    (a connection that failed reports none) gets \a fallback. PostgreSQL's names of the Windows code
-    pages, such as WIN1251, are also tried under Qt's, such as CP1251.
-
-    Source: PostgreSQL documentation, Character Set Support.
+    (a connection that failed reports none) gets \a fallback.
 */
 Dorvy3Codecs hlpCodecs(const PGconn *connection, QTextCodec *fallback);
 

@@ -8,7 +8,7 @@
 #include "access/dorvy3fatal_p.h"
 #include "access/dorvy3oids_p.h"
 
-QVariant::Type hlpDecodePSQLType(int oid)
+QVariant::Type hlpFindPSQLType(int oid)
 {
     switch (oid) {
     case Dorvy3Oid::Bool:
@@ -40,6 +40,15 @@ QVariant::Type hlpDecodePSQLType(int oid)
     case Dorvy3Oid::TimestampTz:
         return QVariant::DateTime;
     default:
+        return QVariant::Invalid;
+    }
+}
+
+QVariant::Type hlpDecodePSQLType(int oid)
+{
+    const QVariant::Type type = hlpFindPSQLType(oid);
+    if (type == QVariant::Invalid) {
         hlpFatal("DORVY: hlpDecodePSQLType - unknown ptype (%d)", oid);
     }
+    return type;
 }

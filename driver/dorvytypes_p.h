@@ -7,7 +7,13 @@
 
 #include <QtCore/QVariant>
 
-/*! The Qt type of the PostgreSQL type with the OID \a oid. An unknown one ends the process. */
+/*!
+    The Qt type of the PostgreSQL type with the OID \a oid; Invalid for one that the driver does not
+    know.
+*/
+QVariant::Type hlpFindPSQLType(int oid);
+
+/*! The same, for a column that is to be read: an unknown type ends the process. */
 QVariant::Type hlpDecodePSQLType(int oid);
 
 #endif // DORVYTYPES_P_H
