@@ -6,6 +6,8 @@
 #include "packageindex.h"
 #include "report.h"
 
+#include "engine/valuetext.h"
+
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDateTime>
@@ -334,13 +336,9 @@ void showTypes(Walk &walk)
     const QSqlRecord record = query.record();
     QVector<QStringList> rows;
     for (int column = 0; column < record.count(); ++column) {
-        const QVariant value = query.value(column);
-        const QString text = value.userType() == QMetaType::QByteArray &&
-                                     record.fieldName(column) == QStringLiteral("digest")
-                                 ? QString::fromLatin1(value.toByteArray().toHex())
-                                 : value.toString();
-        rows += QStringList{record.fieldName(column), QString::fromLatin1(value.typeName()),
-                            query.isNull(column) ? QStringLiteral("NULL") : text.left(60)};
+        const QString text = columnText(query, column, record.field(column));
+        rows += QStringList{record.fieldName(column),
+                            QString::fromLatin1(query.value(column).typeName()), text.left(60)};
     }
     walk.report.table({QStringLiteral("column"), QStringLiteral("as"), QStringLiteral("value")},
                       rows);
@@ -403,6 +401,7 @@ void addOptions(QCommandLineParser &parser)
     parser.setApplicationDescription(
         QStringLiteral("Walks through a PostgreSQL database with the DORVY driver."));
     parser.addHelpOption();
+    parser.addVersionOption();
     parser.addPositionalArgument(QStringLiteral("index"),
                                  QStringLiteral("what \"apt-cache dumpavail\" printed"));
     add("host", "server's host, or the folder of its socket", "localhost");
@@ -416,6 +415,8 @@ void addOptions(QCommandLineParser &parser)
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("walk"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(DORVY_VERSION));
     QCommandLineParser arguments;
     addOptions(arguments);
     arguments.process(application);

@@ -4,21 +4,23 @@
 // What the walk prints, and the verdict at its end.
 #include "report.h"
 
+#include "engine/errortext.h"
+#include "engine/table.h"
+
 #include <QtCore/QFile>
-#include <QtSql/QSqlError>
 
-#include <algorithm>
-#include <cstdio>
-
-namespace {
-
-void print(const QString &text)
+void Report::print(const QString &text)
 {
-    std::puts(text.toUtf8().constData());
-    std::fflush(stdout);
+    output.line(text);
+    output.flush();
 }
 
-} // namespace
+void Report::indented(const QStringList &lines)
+{
+    for (const QString &text : lines) {
+        line(text);
+    }
+}
 
 void Report::chapter(const QString &title)
 {
@@ -40,34 +42,20 @@ bool Report::check(bool good, const QString &text)
 
 void Report::error(const QSqlError &error)
 {
-    const auto indented = [](const QString &text) {
-        return text.trimmed().replace(QLatin1Char('\n'), QStringLiteral("\n             "));
-    };
-    line(QStringLiteral("driver:   ") + indented(error.driverText()));
-    line(QStringLiteral("database: ") + indented(error.databaseText()));
+    indented(errorLines(error));
 }
 
 void Report::table(const QStringList &head, const QVector<QStringList> &rows)
 {
-    QVector<int> widths;
-    for (int column = 0; column < head.size(); ++column) {
-        int width = head.at(column).size();
-        for (const QStringList &row : rows) {
-            width = std::max(width, row.at(column).size());
-        }
-        widths.append(width);
+    QVector<TableColumn> columns;
+    for (const QString &name : head) {
+        columns.append({name, false});
     }
-    const auto format = [&widths](const QStringList &row) {
-        QString text;
-        for (int column = 0; column < row.size(); ++column) {
-            text += row.at(column).leftJustified(widths.at(column) + 3);
-        }
-        return text.trimmed();
-    };
-    line(format(head));
+    Table table(columns, Table::Once);
     for (const QStringList &row : rows) {
-        line(format(row));
+        table.add(row);
     }
+    indented(table.takePage());
 }
 
 qint64 residentKib()

@@ -5,6 +5,8 @@
 #ifndef REPORT_H
 #define REPORT_H
 
+#include "engine/output.h"
+
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVector>
@@ -23,12 +25,16 @@ public:
     /*! Both texts of an error, as an application would show them. */
     void error(const QSqlError &error);
 
-    /*! Rows in columns as wide as they need to be; \a head names the columns. */
+    /*! Rows as the console prints them; \a head names the columns, a null string is NULL. */
     void table(const QStringList &head, const QVector<QStringList> &rows);
 
     bool isGood() const { return failures == 0; }
 
 private:
+    void print(const QString &text);
+    void indented(const QStringList &lines);
+
+    Output output;
     int failures = 0;
 };
 
