@@ -29,23 +29,6 @@ constexpr int PortAttempts = 5;
 using ConnectionPtr = std::unique_ptr<PGconn, decltype(&PQfinish)>;
 using ResultPtr = std::unique_ptr<PGresult, decltype(&PQclear)>;
 
-// A port of loopback that nobody listens on now.
-int hlpFreePort()
-{
-    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    int port = 0;
-    if (bind(descriptor, reinterpret_cast<sockaddr *>(&address), size) == 0 &&
-        getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size) == 0) {
-        port = ntohs(address.sin_port);
-    }
-    close(descriptor);
-    return port;
-}
-
 QString hlpBinDir()
 {
     const QByteArray chosen = qgetenv("DORVY_TEST_PGBIN");
@@ -72,17 +55,46 @@ bool hlpWrite(const QString &path, const QByteArray &bytes, QIODevice::OpenMode 
 } // namespace
 
 PgCluster::PgCluster()
-    : serverPort(0)
+    : portHolder(-1)
+    , serverPort(0)
 {
 }
 
 PgCluster::~PgCluster()
 {
-    if (keeper.state() == QProcess::NotRunning) {
-        return;
+    if (keeper.state() != QProcess::NotRunning) {
+        keeper.closeWriteChannel(); // the keeper's sign to stop the server and clean up
+        keeper.waitForFinished(StartMsec);
     }
-    keeper.closeWriteChannel(); // the keeper's sign to stop the server and clean up
-    keeper.waitForFinished(StartMsec);
+    hlpReleasePort();
+}
+
+// A port of loopback, which nobody else is given as long as a socket is bound to it. As that does not
+// listen, a server may, which like PostgreSQL's asks for SO_REUSEADDR; where none does, connecting is refused.
+bool PgCluster::hlpHoldPort()
+{
+    hlpReleasePort();
+    portHolder = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (setsockopt(portHolder, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
+        bind(portHolder, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
+        getsockname(portHolder, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
+        return hlpFail(QStringLiteral("no free port"));
+    }
+    serverPort = ntohs(address.sin_port);
+    return true;
+}
+
+void PgCluster::hlpReleasePort()
+{
+    if (portHolder >= 0) {
+        close(portHolder);
+    }
+    portHolder = -1;
 }
 
 bool PgCluster::hlpFail(const QString &text)
@@ -183,11 +195,10 @@ bool PgCluster::hlpFollow(const PgCluster &primary) const
                     QIODevice::WriteOnly | QIODevice::Append);
 }
 
-// Another program may take a free port before the server does.
+// Another program may have the port at another address that the server is to listen on.
 bool PgCluster::hlpStartServer()
 {
-    for (int attempt = 0; attempt < PortAttempts; ++attempt) {
-        serverPort = hlpFreePort();
+    for (int attempt = 0; attempt < PortAttempts && hlpHoldPort(); ++attempt) {
         if (restart()) {
             return true;
         }

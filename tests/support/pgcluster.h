@@ -104,11 +104,14 @@ private:
     bool hlpConfigure(const QStringList &settings) const;
     bool hlpFollow(const PgCluster &primary) const;
     bool hlpAwait(int server) const;
+    bool hlpHoldPort();
+    void hlpReleasePort();
     bool hlpStartServer();
 
     QProcess keeper;
     QString folder;
     QString reason;
+    int portHolder; // keeps serverPort for the server, also while that is stopped
     int serverPort;
 };
 

@@ -16,10 +16,13 @@ START_SECONDS = 60
 POLL_SECONDS = 0.05
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind((LOOPBACK, 0))
-        return probe.getsockname()[1]
+def hold_port():
+    """A socket whose port nobody else is given as long as it is bound. As it does not listen, a server
+    may, which like PostgreSQL's asks for SO_REUSEADDR."""
+    holder = socket.socket()
+    holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    holder.bind((LOOPBACK, 0))
+    return holder
 
 
 class PrivateServer:
@@ -37,6 +40,8 @@ class PrivateServer:
         }
 
     def __enter__(self):
+        self.port_holder = hold_port()
+        self.port = self.port_holder.getsockname()[1]
         bindir = os.environ.get("DORVY_TEST_PGBIN", "/usr/lib/postgresql/15/bin")
         self.folder = tempfile.mkdtemp(prefix="dorvy-")
         self.keeper = subprocess.Popen(
@@ -52,12 +57,12 @@ class PrivateServer:
     def __exit__(self, *_):
         self.keeper.stdin.close()
         self.keeper.wait()
+        self.port_holder.close()
 
     def start(self):
         answer = self.keeper.stdout.readline().strip()
         if answer != "ready":
             raise RuntimeError(f"no private PostgreSQL: {answer}")
-        self.port = free_port()
         self.configure()
         print(f"start {self.port}", file=self.keeper.stdin, flush=True)
         self.pid = int(self.keeper.stdout.readline().split()[1])
