@@ -5,6 +5,8 @@
 import json
 import re
 
+LIMIT_SECONDS = 120
+
 PROJECT = """cmake_minimum_required(VERSION 3.16)
 project(blocks CXX)
 set(CMAKE_CXX_STANDARD 17)
@@ -107,9 +109,9 @@ class Programs:
     def run(self, block):
         tree = self.world.build / "tree"
         if block.line not in self.pieces:
-            return self.world.run([str(tree / self.told[block.line])], seconds=30)
+            return self.world.run([str(tree / self.told[block.line])], seconds=LIMIT_SECONDS)
         output = self.world.run(
-            [str(tree / "pieces"), self.database, str(self.pieces[block.line])], seconds=30)
+            [str(tree / "pieces"), self.database, str(self.pieces[block.line])], seconds=LIMIT_SECONDS)
         return self._check(output, dict(self.told[block.line]))
 
     @staticmethod

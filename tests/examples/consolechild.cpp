@@ -5,12 +5,24 @@
 #include "tests/examples/consolechild.h"
 
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
 
 QStringList consoleArguments(const PgCluster &cluster, const QStringList &arguments)
 {
     return QStringList{"--host", cluster.socketDir(), "--port",     QString::number(cluster.port()),
                        "--user", cluster.user(),      "--database", "postgres"} +
            arguments;
+}
+
+bool catches(qint64 process, int signal)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(process));
+    if (!status.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    const QByteArray text = status.readAll();
+    const QByteArray mask = text.mid(text.indexOf("SigCgt:") + 7, 17).trimmed();
+    return mask.toULongLong(nullptr, 16) >> (signal - 1) & 1;
 }
 
 ConsoleChild::ConsoleChild(const QStringList &arguments, const QStringList &variables)

@@ -14,6 +14,9 @@
 QStringList consoleArguments(const PgCluster &cluster,
                              const QStringList &arguments = QStringList());
 
+/*! Whether the process has a handler of its own for \a signal. */
+bool catches(qint64 process, int signal);
+
 /*! What a run has come to. */
 struct ConsoleAnswer
 {

@@ -4,10 +4,13 @@
 // The console runs scripts.
 #include "tests/examples/consolechild.h"
 
+#include <libpq-fe.h>
+
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
 #include <csignal>
+#include <memory>
 
 class tst_Console : public QObject
 {
@@ -504,12 +507,12 @@ void tst_Console::serverDiesWhileAResultIsWalked()
 
 void tst_Console::interruptedScript()
 {
-    ConsoleChild child(consoleArguments(cluster, {"--keep-going"}));
+    ConsoleChild child(consoleArguments(cluster, {"--keep-going"}), {"PGAPPNAME=interrupted"});
     child.type("\\export " + file("a.csv").toUtf8() +
                "\nSELECT generate_series(1, 1000000000);\nSELECT 1 AS a;\n");
     // The text passes by on the connection of the commands before there is the one that reads.
     QTRY_COMPARE(cluster.value("SELECT count(*) = 2 AND bool_or(query LIKE '%1000000000%') FROM "
-                               "pg_stat_activity WHERE application_name = 'dorvy-console'"),
+                               "pg_stat_activity WHERE application_name = 'interrupted'"),
                  QString("t"));
     QCOMPARE(kill(static_cast<pid_t>(child.processId()), SIGINT), 0);
     const ConsoleAnswer answer = child.finish();
@@ -522,12 +525,17 @@ void tst_Console::interruptedScript()
 // Such a statement runs to its end, as nothing comes from the server before; what follows does not.
 void tst_Console::scriptInterruptedInAStatementWithoutRows()
 {
+    std::unique_ptr<PGconn, decltype(&PQfinish)> holder(PQconnectdb(cluster.conninfo().constData()),
+                                                        &PQfinish);
+    PQclear(PQexec(holder.get(), "SELECT pg_advisory_lock(1)"));
     ConsoleChild child(consoleArguments(cluster, {"--keep-going"}));
-    child.type("DO $$BEGIN PERFORM pg_sleep(2); END$$;\nCREATE TABLE never (a int);\n");
+    child.type("DO $$BEGIN PERFORM pg_advisory_lock(1); END$$;\nCREATE TABLE never (a int);\n");
     QTRY_COMPARE(
-        cluster.value("SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'PgSleep'"),
+        cluster.value("SELECT count(*) FROM pg_stat_activity WHERE wait_event = 'advisory'"),
         QString("1"));
     QCOMPARE(kill(static_cast<pid_t>(child.processId()), SIGINT), 0);
+    QTRY_VERIFY(!catches(child.processId(), SIGINT)); // it has arrived
+    holder.reset();
     const ConsoleAnswer answer = child.finish();
     QCOMPARE(answer.errors, QString("line 1: interrupted\n"));
     QCOMPARE(answer.output, QString("(done)\n"));

@@ -52,18 +52,6 @@ private:
     std::unique_ptr<Terminal> console;
 };
 
-// Whether the process has a handler of its own for the signal.
-static bool catches(pid_t process, int signal)
-{
-    QFile status(QString("/proc/%1/status").arg(process));
-    if (!status.open(QIODevice::ReadOnly)) {
-        return false;
-    }
-    const QByteArray text = status.readAll();
-    const QByteArray mask = text.mid(text.indexOf("SigCgt:") + 7, 17).trimmed();
-    return mask.toULongLong(nullptr, 16) >> (signal - 1) & 1;
-}
-
 void tst_ConsoleTerminal::init()
 {
     home.reset(new QTemporaryDir);
