@@ -35,6 +35,7 @@ class PrivateServer:
     def __init__(self, settings=None):
         self.settings = {
             "fsync": "off",
+            "lc_messages": "C",
             "listen_addresses": LOOPBACK,
             **(settings or {}),
         }
