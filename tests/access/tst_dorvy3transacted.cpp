@@ -33,8 +33,8 @@
 
 namespace {
 
-constexpr int PromptMsec = 1000; // what nobody blocks is over by then
-constexpr int StallMsec = 150;   // long enough to see that something is blocked
+constexpr int PromptMsec = 10000; // what nobody blocks is over by then, and what is blocked never
+constexpr int StallMsec = 150;    // long enough to see that something is blocked
 
 bool isFree(QMutex &mutex)
 {

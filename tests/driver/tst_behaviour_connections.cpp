@@ -18,7 +18,11 @@ private slots:
         cluster.run("CREATE ROLE single LOGIN CONNECTION LIMIT 1");
     }
     void init() { QVERIFY(openAnew()); }
-    void cleanup() { closeForGood(); }
+    void cleanup()
+    {
+        closeForGood();
+        QTRY_COMPARE(connections(), QString("0")); // borrowed() is to find the next test's
+    }
 
     void readsTakeASecondConnection();
     void everyReadSharesTheSecondConnection();
@@ -59,10 +63,10 @@ private:
         return std::thread([this, process] {
             const QString done = "SELECT count(*) FROM pg_stat_activity WHERE application_name = "
                                  "'own' AND query = 'SELECT current_schema()' AND state = 'idle'";
-            for (int i = 0; i < 200 && cluster.value(done) != "1"; ++i) {
+            for (int i = 0; i < 2000 && cluster.value(done) != "1"; ++i) {
                 QTest::qSleep(10);
             }
-            QTest::qSleep(200);
+            QTest::qSleep(1000);
             cluster.run("SELECT pg_terminate_backend(" + process + ")");
             kill(process.toInt(), SIGCONT);
         });

@@ -384,9 +384,11 @@ void tst_FaultsNetwork::silentSpareKeepsOtherBorrowersWaiting()
     QVERIFY(spare.toInt() > 0);
     std::future<bool> first;
     std::future<bool> second;
+    const int number = proxy->connectionCount();
+    proxy->clear();
     const Silenced silenced(spare.toInt()); // speaks before the two are waited for
     first = std::async(std::launch::async, [this] { return writesAndReads("first"); });
-    QTRY_COMPARE(cluster.value(hlpTableCount("first")), QString("1"));
+    QVERIFY(proxy->waitForLine(QString("%1> Query \"SET SEARCH_PATH TO public\"").arg(number)));
     second = std::async(std::launch::async, [this] { return writesAndReads("second"); });
     QTRY_COMPARE(cluster.value(hlpTableCount("second")), QString("1"));
     QCOMPARE(second.wait_for(std::chrono::milliseconds(SilenceMsec)), std::future_status::timeout);

@@ -146,6 +146,7 @@ bool PgCluster::hlpConfigure(const QStringList &settings) const
     QStringList lines{QStringLiteral("listen_addresses = '127.0.0.1'"),
                       QStringLiteral("unix_socket_directories = '%1'").arg(folder),
                       QStringLiteral("fsync = off"),
+                      QStringLiteral("autovacuum = off"), // its locks are in the way of a test's
                       QStringLiteral("max_connections = 40"),
                       QStringLiteral("shared_buffers = 32MB"),
                       QStringLiteral("password_encryption = 'scram-sha-256'"),

@@ -54,13 +54,22 @@ bool hlpPass(int one, int other)
 
 } // namespace
 
+// A process that is stopped and goes on finds a read with a limit of time interrupted, whole or in part.
 QByteArray PeerLink::hlpRead(int count)
 {
     QByteArray bytes(count, '\0');
-    const ssize_t got =
-        count > 0 ? recv(descriptor, bytes.data(), static_cast<size_t>(count), MSG_WAITALL) : 0;
-    overdue = overdue || (got < 0 && errno == EAGAIN);
-    return got == count ? bytes : QByteArray();
+    int have = 0;
+    while (have < count) {
+        const ssize_t got =
+            recv(descriptor, bytes.data() + have, static_cast<size_t>(count - have), MSG_WAITALL);
+        if (got > 0) {
+            have += static_cast<int>(got);
+        } else if (got == 0 || errno != EINTR) {
+            overdue = overdue || (got < 0 && errno == EAGAIN);
+            return QByteArray();
+        }
+    }
+    return bytes;
 }
 
 QByteArray PeerLink::readUntyped()

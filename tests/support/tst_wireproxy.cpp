@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int DelayMsec = 500; // beside which a loaded machine's own time is little
+constexpr int DelayMsec = 1000; // beside which a loaded machine's own time is little
 
 QByteArray value(const ResultPtr &result)
 {
