@@ -4,6 +4,7 @@
 // Many threads, each with a driver of its own on the one pool, and objects that end on another thread
 // than they began on. With ThreadSanitizer a race or a second order of the locks fails the run.
 #include "access/dorvy3.h"
+#include "access/dorvy3encoding_p.h"
 
 #include "tests/driver/opendriver.h"
 #include "tests/driver/openresult.h"
@@ -14,6 +15,7 @@
 #include "tests/support/sqlmacros.h"
 #include "tests/support/testaccess.h"
 
+#include <QtCore/QTextCodec>
 #include <QtSql/QSqlQuery>
 #include <QtTest/QtTest>
 
@@ -79,6 +81,7 @@ private slots:
     void init();
     void cleanup();
 
+    void codecsAreFoundAtOnce();
     void everyUserGetsItsOwnRows();
 
     void walksGoOnBesideThePool();
@@ -181,6 +184,20 @@ void tst_Threads::verifySparesAreClean()
             QCOMPARE(ask(spare, "SELECT count(*) FROM pg_cursors"), QByteArray("0"));
         }
     }
+}
+
+// As the first connections of several threads do.
+void tst_Threads::codecsAreFoundAtOnce()
+{
+    const QList<QByteArray> names = QTextCodec::availableCodecs();
+    std::atomic<int> missing(0);
+    onThreads(Threads, [&names, &missing](int /*number*/) {
+        for (const QByteArray &name : names) {
+            missing += hlpFindCodec(name.constData()) ? 0 : 1;
+        }
+    });
+    QVERIFY(names.size() > 10);
+    QCOMPARE(missing.load(), 0);
 }
 
 void tst_Threads::everyUserGetsItsOwnRows()

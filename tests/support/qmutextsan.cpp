@@ -1,10 +1,13 @@
 // SPDX-FileCopyrightText: 2026 the DORVY driver developers
 // SPDX-License-Identifier: MIT
 //
-// Tells ThreadSanitizer what QMutex does.
+// Tells ThreadSanitizer what QMutex does, and the lock of Qt's own list of codecs.
 #include <sanitizer/tsan_interface.h>
 
 #include <QtCore/QMutex>
+#include <QtCore/QTextCodec>
+
+#include <mutex>
 
 // QMutex works inside Qt's library, which is not instrumented: ThreadSanitizer would see neither
 // its atomic operations nor a lock of the system. The linker's option --wrap sends calls of xyz to
@@ -46,5 +49,17 @@ void __wrap__ZN6QMutexD1Ev(QMutex *mutex)
 {
     __tsan_mutex_destroy(mutex, 0);
     __real__ZN6QMutexD1Ev(mutex);
+}
+
+// QTextCodec::codecForName() keeps the names that were asked for, under a mutex that it locks within Qt's library.
+// One around each call stands for it.
+QTextCodec *__real__ZN10QTextCodec12codecForNameERK10QByteArray(const QByteArray &name);
+QTextCodec *__wrap__ZN10QTextCodec12codecForNameERK10QByteArray(const QByteArray &name);
+
+QTextCodec *__wrap__ZN10QTextCodec12codecForNameERK10QByteArray(const QByteArray &name)
+{
+    static std::mutex codecs;
+    const std::lock_guard<std::mutex> locker(codecs);
+    return __real__ZN10QTextCodec12codecForNameERK10QByteArray(name);
 }
 }
