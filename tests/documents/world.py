@@ -3,8 +3,10 @@
 """What the code of a document finds round it: a system with the driver installed that nothing can harm, an
 empty folder, a server."""
 
+import contextlib
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 
@@ -27,25 +29,34 @@ def mount(*arguments):
 def mounts_below(folder):
     """What is mounted there, in the order of mounting."""
     lines = pathlib.Path("/proc/self/mountinfo").read_text(encoding="utf-8").splitlines()
-    points = (line.split()[4].replace("\\040", " ") for line in lines)
+    points = (re.sub(r"\\([0-7]{3})", lambda code: chr(int(code[1], 8)), line.split()[4])
+              for line in lines)
     return [point for point in points if point.startswith(f"{folder}/")]
 
 
-def lay_over(folder, upper):
-    """What is written into folder goes into upper. The layer is on one file system and would hide what is
-    mounted below: a container's /etc/hosts, say. Files of those are copied, folders are there as they were."""
-    for part in ("changes", "work", "before"):
+def lay_over(folder, before, upper):
+    """What is written into folder goes into upper; before is what is there."""
+    for part in ("changes", "work"):
         (upper / part).mkdir(parents=True)
-    mount("--rbind", folder, f"{upper}/before")
-    hidden = mounts_below(folder)
     mount("-t", "overlay", "overlay", "-o",
-          f"lowerdir={folder},upperdir={upper}/changes,workdir={upper}/work", folder)
-    for point in hidden:
-        before = upper / "before" / os.path.relpath(point, folder)
-        if before.is_dir():
-            mount("--bind", str(before), point)
-        else:
-            shutil.copyfile(before, point)
+          f"lowerdir={before},upperdir={upper}/changes,workdir={upper}/work", folder)
+
+
+def lay_over_tree(folder, layers):
+    """Lays over a folder and what is mounted below, which its layer would hide: a container's /etc/hosts, say."""
+    below = mounts_below(folder)
+    before = layers / "before"
+    before.mkdir(parents=True)
+    mount("--rbind", folder, str(before))
+    lay_over(folder, before, layers / "0")
+    for number, point in enumerate(below, 1):
+        covered = before / os.path.relpath(point, folder)
+        if covered.is_dir():
+            # A file system that cannot be laid over, as some that are none of a disk, stays hidden.
+            with contextlib.suppress(subprocess.CalledProcessError):
+                lay_over(point, covered, layers / str(number))
+        elif covered.is_file():
+            shutil.copyfile(covered, point)
 
 
 class World:
@@ -55,7 +66,7 @@ class World:
         mount("-t", "tmpfs", "-o", "mode=755", "tmpfs", place)
         place = pathlib.Path(place)
         for folder in (*LAYERED, str(ROOT)):
-            lay_over(folder, place / "layers" / folder.strip("/").replace("/", "-"))
+            lay_over_tree(folder, place / "layers" / folder.strip("/").replace("/", "-"))
         self.scratch = place / "scratch"
         self.home = place / "home"
         self.build = place / "build"
@@ -92,7 +103,7 @@ class World:
 
         # The documents' server is nowhere, and not looked for.
         with open("/etc/hosts", "a", encoding="ascii") as hosts:
-            hosts.write("127.0.0.2 db.example\n")
+            hosts.write("\n127.0.0.2 db.example\n")
 
         # What apt asks, a reader answers.
         apt = pathlib.Path("/etc/apt/apt.conf.d/99documents")
