@@ -3,14 +3,12 @@
 //
 // The console runs scripts.
 #include "tests/examples/consolechild.h"
-
-#include <libpq-fe.h>
+#include "tests/support/libpqowners.h"
 
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
 #include <csignal>
-#include <memory>
 
 class tst_Console : public QObject
 {
@@ -494,9 +492,9 @@ void tst_Console::typeThatTheDriverDoesNotTake()
 void tst_Console::serverDiesWhileAResultIsWalked()
 {
     ConsoleChild child(consoleArguments(cluster));
-    // A page is more than a pipe holds. So behind its first output the console waits for it to be read, and only
-    // then asks for the next page, when all of the server has gone: both of its connections end at once.
-    child.type("SELECT repeat('x', 1000) || generate_series(1, 10000000) AS text;\nSELECT 1;\n");
+    // A page is more than two pipes hold, what is read of it at first and what then waits. So the console asks for
+    // the next one when all is read, and all of the server has gone: both of its connections end at once.
+    child.type("SELECT repeat('x', 4000) || generate_series(1, 10000000) AS text;\nSELECT 1;\n");
     QVERIFY(child.waitForFirstOutput());
     cluster.stop("immediate");
     const ConsoleAnswer answer = child.finish();
@@ -527,9 +525,8 @@ void tst_Console::interruptedScript()
 // Such a statement runs to its end, as nothing comes from the server before; what follows does not.
 void tst_Console::scriptInterruptedInAStatementWithoutRows()
 {
-    std::unique_ptr<PGconn, decltype(&PQfinish)> holder(PQconnectdb(cluster.conninfo().constData()),
-                                                        &PQfinish);
-    PQclear(PQexec(holder.get(), "SELECT pg_advisory_lock(1)"));
+    RawConnectionPtr holder(PQconnectdb(cluster.conninfo().constData()));
+    const ResultPtr locked(PQexec(holder.get(), "SELECT pg_advisory_lock(1)"));
     ConsoleChild child(consoleArguments(cluster, {"--keep-going"}));
     child.type("DO $$BEGIN PERFORM pg_advisory_lock(1); END$$;\nCREATE TABLE never (a int);\n");
     QTRY_COMPARE(

@@ -175,7 +175,7 @@ QStringList run(const QStringList &arguments)
         return {QStringLiteral("usage: soak QUERIES CYCLES [GROWTH]")};
     }
     PgCluster cluster;
-    if (!cluster.start()) {
+    if (!cluster.start({QStringLiteral("autovacuum = on")})) { // as a server that lives long has it
         return {cluster.why()};
     }
     const qint64 growth = arguments.size() > 3 ? arguments.at(3).toLongLong() : GrowthKib;

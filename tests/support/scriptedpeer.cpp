@@ -173,7 +173,7 @@ void PeerLink::reset()
 void PeerLink::awaitByte()
 {
     char byte = 0;
-    recv(descriptor, &byte, 1, MSG_PEEK);
+    while (recv(descriptor, &byte, 1, MSG_PEEK) < 0 && errno == EINTR) {}
 }
 
 void PeerLink::awaitEnd()
